@@ -1,0 +1,133 @@
+#include "CInductiveDrive.h"
+
+#include "EngineAreas.h"
+
+#include <limits>
+
+namespace {
+
+// One to five decimal digits, leading zeros allowed, of value 1 to 32767.
+const char kNumberPattern[] =
+    "([1-9]|0[1-9]|00[1-9]|000[1-9]|0000[1-9]|[1-9][0-9]|0[1-9][0-9]|00[1-9][0-9]|000[1-9][0-9]|[1-9][0-9][0-9]|"
+    "0[1-9][0-9][0-9]|00[1-9][0-9][0-9]|[1-9][0-9][0-9][0-9]|0[1-9][0-9][0-9][0-9]|[1-2][0-9][0-9][0-9][0-9]|"
+    "3[0-1][0-9][0-9][0-9]|32[0-6][0-9][0-9]|327[0-5][0-9]|3276[0-7])";
+
+// The text up to the first digit: the only place where an area prefix can stand.
+QString leadingNonDigits(const QString &tag)
+{
+    int end = 0;
+    while (end < tag.size() && !(tag.at(end) >= QLatin1Char('0') && tag.at(end) <= QLatin1Char('9')))
+        ++end;
+    return tag.left(end);
+}
+
+int clampToInt(qint64 value)
+{
+    return static_cast<int>(qBound<qint64>(std::numeric_limits<int>::min(), value, std::numeric_limits<int>::max()));
+}
+
+} // namespace
+
+CInductiveDrive::CInductiveDrive()
+{
+    for (int code = 1; code <= EngineAreas::kCount; ++code) {
+        const QString upper = QLatin1String(EngineAreas::name(code));
+        const QString lower = upper.toLower();
+        QRegularExpression pattern(
+            QStringLiteral("^%1%2$").arg(QStringLiteral("(%1|%2)").arg(lower, upper), QLatin1String(kNumberPattern)));
+        pattern.optimize();
+        m_areaPatterns.insert(code, pattern);
+        m_prefixCodes.insert(upper, code);
+        m_prefixCodes.insert(lower, code);
+    }
+}
+
+STagAddress CInductiveDrive::analyseTag(const QString &tag, int dataType) const
+{
+    STagAddress address;
+    // The patterns are disjoint and each one is its prefix followed by a
+    // digit, so the prefix names the only pattern that can match.
+    const int code = m_prefixCodes.value(leadingNonDigits(tag), 0);
+    if (code == 0)
+        return address;
+    const QRegularExpressionMatch match = m_areaPatterns.value(code).match(tag);
+    if (!match.hasMatch())
+        return address;
+    address.area = code;
+    address.areaText = match.captured(1);
+    address.number = match.capturedRef(2).toInt();
+    if (dataType != TYPE_STRING)
+        address.length = dataType >= 1 && dataType <= TYPE_NO_ELEMENT ? dataTypeSize(dataType) : -1;
+    return address;
+}
+
+int CInductiveDrive::tagSize(const Induction::SReadInfo &info) const
+{
+    return tagSize(info.tag, info.dataType);
+}
+
+int CInductiveDrive::tagSize(const Induction::SWriteInfo &info) const
+{
+    return tagSize(info.tag, info.dataType);
+}
+
+int CInductiveDrive::tagSize(const QString &tag, int dataType) const
+{
+    if (dataType < 1 || dataType > TYPE_NO_ELEMENT)
+        return -1;
+    if (dataType != TYPE_STRING)
+        return dataTypeSize(dataType);
+    static const QRegularExpression lengthSuffix(QStringLiteral("\\[(\\d+)\\]"));
+    const QRegularExpressionMatch match = lengthSuffix.match(tag);
+    if (match.hasMatch()) {
+        bool ok = false;
+        const int length = match.capturedRef(1).toInt(&ok);
+        return ok ? length : -1; // a length beyond 32 bits cannot be told
+    }
+    if (tag.startsWith(QLatin1String("SI")) || tag.startsWith(QLatin1String("SO")))
+        return EngineAreas::kStringBytes;
+    return -1;
+}
+
+int CInductiveDrive::tagOffset(const QString &tag, int start, int dataType) const
+{
+    const STagAddress address = analyseTag(tag, dataType);
+    const qint64 addresses = qint64(address.number) - start;
+    if (dataType != TYPE_BOOL)
+        return clampToInt(addresses);
+    switch (EngineAreas::family(address.area)) {
+    case EngineAreas::Family::Bit: return clampToInt(addresses);
+    case EngineAreas::Family::Word: return clampToInt(addresses * EngineAreas::width(address.area) * 8);
+    case EngineAreas::Family::None: return 0;
+    }
+    return 0;
+}
+
+int CInductiveDrive::areaCode(const QString &name) const
+{
+    for (int code = 1; code <= EngineAreas::kCount; ++code)
+        if (name == QLatin1String(EngineAreas::name(code)))
+            return code;
+    return 0;
+}
+
+QString CInductiveDrive::areaName(int code) const
+{
+    return EngineAreas::isArea(code) ? QString::fromLatin1(EngineAreas::name(code)) : QStringLiteral("UNKNOW");
+}
+
+void CInductiveDrive::SetInductionParam(const Induction::EInductionFun &fun, const Induction::EInductionType &type,
+                                        const int &value)
+{
+    qint32 *limit = nullptr;
+    if (fun == Induction::INDUCTION_READ)
+        limit = type == Induction::INDUCTION_BYTE_LIMIT    ? &m_readByteLimit
+                : type == Induction::INDUCTION_POINT_LIMIT ? &m_readPointLimit
+                                                           : nullptr;
+    else if (fun == Induction::INDUCTION_WRITE)
+        limit = type == Induction::INDUCTION_BYTE_LIMIT    ? &m_writeByteLimit
+                : type == Induction::INDUCTION_POINT_LIMIT ? &m_writePointLimit
+                                                           : nullptr;
+    if (limit)
+        *limit = qMax(0, value);
+}
