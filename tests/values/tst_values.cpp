@@ -1,0 +1,252 @@
+// The value record: copy and assignment rules, typed element access,
+// equality and the element-wise operators.
+
+#include "host/CLabelVariable.h"
+
+#include <QMetaType>
+#include <QtTest>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+template <typename T>
+CLabelVariable record(int dataType, const QList<T> &values, int length = -1)
+{
+    CLabelVariable r;
+    r.status = 0;
+    r.tag = QStringLiteral("AI1");
+    r.dataType = dataType;
+    r.length = length < 0 ? values.size() : length;
+    r.value = SorvikValues::toVariant(values);
+    return r;
+}
+
+template <typename T>
+QList<T> listOf(const CLabelVariable &r)
+{
+    return SorvikValues::listFrom<T>(r.value);
+}
+
+} // namespace
+
+class TestValues : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void listTypesCarryTheirQtNames_data();
+    void listTypesCarryTheirQtNames();
+    void wrongVariantReadsAsEmptyList();
+    void copyKeepsAllFieldsAssignmentKeepsTargetAux();
+    void elementAtReportsRangeAndType();
+    void equalityIgnoresTimeAndAuxFields();
+    void equalityComparesElementsByType();
+    void equalityOfTypelessRecordsIsHeaderOnly();
+    void boolOperators();
+    void integerOperatorsWrapAround();
+    void divisionByZeroKeepsRunning();
+    void operatorsNeedFullLists();
+    void stringOperators();
+};
+
+void TestValues::listTypesCarryTheirQtNames_data()
+{
+    QTest::addColumn<int>("id");
+    QTest::addColumn<QByteArray>("name");
+    QTest::newRow("QString") << qMetaTypeId<QList<QString>>() << QByteArray("QList<QString>");
+    QTest::newRow("bool") << qMetaTypeId<QList<bool>>() << QByteArray("QList<bool>");
+    QTest::newRow("char") << qMetaTypeId<QList<char>>() << QByteArray("QList<char>");
+    QTest::newRow("double") << qMetaTypeId<QList<double>>() << QByteArray("QList<double>");
+    QTest::newRow("float") << qMetaTypeId<QList<float>>() << QByteArray("QList<float>");
+    QTest::newRow("uchar") << qMetaTypeId<QList<uchar>>() << QByteArray("QList<uchar>");
+    QTest::newRow("int") << qMetaTypeId<QList<int>>() << QByteArray("QList<int>");
+    QTest::newRow("uint") << qMetaTypeId<QList<uint>>() << QByteArray("QList<uint>");
+    QTest::newRow("short") << qMetaTypeId<QList<short>>() << QByteArray("QList<short>");
+    QTest::newRow("ushort") << qMetaTypeId<QList<ushort>>() << QByteArray("QList<ushort>");
+    QTest::newRow("qlonglong") << qMetaTypeId<QList<qlonglong>>() << QByteArray("QList<qlonglong>");
+    QTest::newRow("qulonglong") << qMetaTypeId<QList<qulonglong>>() << QByteArray("QList<qulonglong>");
+}
+
+void TestValues::listTypesCarryTheirQtNames()
+{
+    QFETCH(int, id);
+    QFETCH(QByteArray, name);
+    QVERIFY(id > 0);
+    QCOMPARE(QByteArray(QMetaType::typeName(id)), name);
+    QCOMPARE(QMetaType::type(name.constData()), id);
+}
+
+void TestValues::wrongVariantReadsAsEmptyList()
+{
+    QVERIFY(SorvikValues::listFrom<int>(QVariant(5)).isEmpty());
+    QVERIFY(SorvikValues::listFrom<int>(SorvikValues::toVariant(QList<double>{1.0})).isEmpty());
+    QVERIFY(SorvikValues::listFrom<char>(QVariant()).isEmpty());
+    QCOMPARE(SorvikValues::listFrom<int>(SorvikValues::toVariant(QList<int>{1, 2})), (QList<int>{1, 2}));
+    // A plain list walks as a sequence without knowing its element type.
+    QVERIFY(SorvikValues::toVariant(QList<short>{1}).canConvert<QVariantList>());
+}
+
+void TestValues::copyKeepsAllFieldsAssignmentKeepsTargetAux()
+{
+    CLabelVariable source = record<int>(TYPE_INT32, {7});
+    source.statusAux = 0;
+    source.auxWord = 99;
+    source.auxText = QStringLiteral("x");
+    source.time = QDateTime::currentDateTime();
+
+    const CLabelVariable copy(source);
+    QCOMPARE(copy.statusAux, 0);
+    QCOMPARE(copy.auxWord, 99);
+
+    CLabelVariable target;
+    target.statusAux = 10;
+    target.auxWord = 5;
+    target = source;
+    QCOMPARE(target.statusAux, 10);
+    QCOMPARE(target.auxWord, 5);
+    QCOMPARE(target.status, 0);
+    QCOMPARE(target.tag, QStringLiteral("AI1"));
+    QCOMPARE(target.auxText, QStringLiteral("x"));
+    QCOMPARE(target.time, source.time);
+    QCOMPARE(listOf<int>(target), QList<int>{7});
+
+    const CLabelVariable fresh;
+    QCOMPARE(fresh.status, 1);
+    QCOMPARE(fresh.statusAux, 1);
+    QVERIFY(!fresh.value.isValid());
+    QVERIFY(fresh.time.isNull());
+}
+
+void TestValues::elementAtReportsRangeAndType()
+{
+    CLabelVariable r = record<int>(TYPE_INT32, {4, 5});
+    QCOMPARE(r.elementAt<int>(1), 5);
+    QCOMPARE(r.statusAux, 0);
+    QCOMPARE(r.elementAt<int>(2), 0);
+    QCOMPARE(r.statusAux, 10);
+    QCOMPARE(r.elementAt<int>(-1), 0);
+    QCOMPARE(r.statusAux, 10);
+
+    CLabelVariable d = record<double>(TYPE_DOUBLE, {1.5});
+    QCOMPARE(d.elementAt<int>(0), 0);
+    QCOMPARE(d.statusAux, 11);
+    QCOMPARE(d.elementAt<QString>(0), QString());
+    QCOMPARE(d.statusAux, 11);
+}
+
+void TestValues::equalityIgnoresTimeAndAuxFields()
+{
+    CLabelVariable a = record<float>(TYPE_FLOAT, {1.0f, 2.0f});
+    CLabelVariable b = a;
+    b.time = QDateTime::currentDateTime();
+    b.statusAux = 0;
+    b.auxWord = 77;
+    QVERIFY(a == b);
+    b.auxText = QStringLiteral("other");
+    QVERIFY(!(a == b));
+}
+
+void TestValues::equalityComparesElementsByType()
+{
+    const CLabelVariable a = record<float>(TYPE_FLOAT, {1.0f, 2.0f});
+    QVERIFY(a == record<float>(TYPE_FLOAT, {1.0f, 2.0f}));
+    QVERIFY(!(a == record<float>(TYPE_FLOAT, {1.0f, 2.5f})));
+
+    // A list longer than the record's length is not equal even to itself.
+    const CLabelVariable longer = record<float>(TYPE_FLOAT, {1.0f, 2.0f, 3.0f}, 2);
+    QVERIFY(!(longer == longer));
+
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const CLabelVariable withNan = record<float>(TYPE_FLOAT, {nan});
+    QVERIFY(!(withNan == withNan));
+
+    // The forms 13..40 compare as their base element.
+    QVERIFY(record<qlonglong>(TYPE_INT64_F2, {5}) == record<qlonglong>(TYPE_INT64_F2, {5}));
+    QVERIFY(record<QString>(TYPE_STRING, {"ab"}) == record<QString>(TYPE_STRING, {"ab"}));
+    QVERIFY(!(record<QString>(TYPE_STRING, {"ab"}) == record<QString>(TYPE_STRING, {"AB"})));
+}
+
+void TestValues::equalityOfTypelessRecordsIsHeaderOnly()
+{
+    for (int type : {int(TYPE_NONE), int(TYPE_NO_ELEMENT), 99}) {
+        CLabelVariable a = record<int>(type, {1});
+        CLabelVariable b = record<int>(type, {2, 3});
+        b.length = a.length;
+        QVERIFY2(a == b, qPrintable(QString::number(type)));
+    }
+}
+
+void TestValues::boolOperators()
+{
+    const CLabelVariable a = record<bool>(TYPE_BOOL, {true, false});
+    const CLabelVariable b = record<bool>(TYPE_BOOL, {true, true});
+    QCOMPARE(listOf<bool>(a + b), (QList<bool>{true, true}));
+    QCOMPARE(listOf<bool>(a - b), (QList<bool>{false, true}));
+    QCOMPARE(listOf<bool>(a * b), (QList<bool>{true, false}));
+    QCOMPARE(listOf<bool>(a / b), (QList<bool>{true, false}));
+}
+
+void TestValues::integerOperatorsWrapAround()
+{
+    const CLabelVariable sum = record<uchar>(TYPE_UINT8, {200}) + record<uchar>(TYPE_UINT8, {100});
+    QCOMPARE(listOf<uchar>(sum), QList<uchar>{44});
+    QCOMPARE(listOf<char>(record<char>(TYPE_INT8, {127}) + record<char>(TYPE_INT8, {1})), QList<char>{-128});
+    const int intMin = std::numeric_limits<int>::min();
+    QCOMPARE(listOf<int>(record<int>(TYPE_INT32, {intMin}) - record<int>(TYPE_INT32, {1})),
+             QList<int>{std::numeric_limits<int>::max()});
+    QCOMPARE(listOf<int>(record<int>(TYPE_INT32, {intMin}) / record<int>(TYPE_INT32, {-1})), QList<int>{intMin});
+    const qlonglong big = std::numeric_limits<qlonglong>::max();
+    QCOMPARE(listOf<qlonglong>(record<qlonglong>(TYPE_INT64, {big}) * record<qlonglong>(TYPE_INT64, {2})),
+             QList<qlonglong>{-2});
+    QCOMPARE(listOf<uint>(record<uint>(TYPE_UINT32, {7}) / record<uint>(TYPE_UINT32, {2})), QList<uint>{3});
+    QCOMPARE(listOf<short>(record<short>(TYPE_INT16, {-7}) / record<short>(TYPE_INT16, {2})), QList<short>{-3});
+}
+
+void TestValues::divisionByZeroKeepsRunning()
+{
+    QCOMPARE(listOf<int>(record<int>(TYPE_INT32, {5}) / record<int>(TYPE_INT32, {0})), QList<int>{0});
+    QCOMPARE(listOf<qulonglong>(record<qulonglong>(TYPE_UINT64, {5}) / record<qulonglong>(TYPE_UINT64, {0})),
+             QList<qulonglong>{0});
+    QCOMPARE(listOf<bool>(record<bool>(TYPE_BOOL, {true}) / record<bool>(TYPE_BOOL, {false})), QList<bool>{false});
+    const QList<double> q = listOf<double>(record<double>(TYPE_DOUBLE, {1.0}) / record<double>(TYPE_DOUBLE, {0.0}));
+    QCOMPARE(q.size(), 1);
+    QVERIFY(std::isinf(q.first()));
+}
+
+void TestValues::operatorsNeedFullLists()
+{
+    CLabelVariable left = record<int>(TYPE_INT32, {1, 2});
+    CLabelVariable right = record<int>(TYPE_INT32, {1});
+    right.length = 2;
+    right.tag = QStringLiteral("AI9");
+    right.status = 8;
+    const CLabelVariable r = left + right;
+    QVERIFY(listOf<int>(r).isEmpty());
+    QCOMPARE(r.value.userType(), qMetaTypeId<QList<int>>());
+    QCOMPARE(r.tag, QStringLiteral("AI9"));
+    QCOMPARE(r.status, 8);
+    QCOMPARE(r.statusAux, 1);
+    QVERIFY(r.time.isNull());
+
+    const CLabelVariable none = record<int>(TYPE_NONE, {1}) + record<int>(TYPE_NONE, {1});
+    QCOMPARE(none.status, 1);
+    QVERIFY(none.tag.isEmpty());
+    QVERIFY(!none.value.isValid());
+}
+
+void TestValues::stringOperators()
+{
+    const CLabelVariable a = record<QString>(TYPE_STRING, {"ab", "c"});
+    const CLabelVariable b = record<QString>(TYPE_STRING, {"x", "yz"});
+    QCOMPARE(listOf<QString>(a + b), (QList<QString>{"abx", "cyz"}));
+    const CLabelVariable diff = a - b;
+    QCOMPARE(diff.status, 1);
+    QVERIFY(!diff.value.isValid());
+    QVERIFY(!(a * b).value.isValid());
+    QVERIFY(!(a / b).value.isValid());
+}
+
+QTEST_APPLESS_MAIN(TestValues)
+#include "tst_values.moc"
