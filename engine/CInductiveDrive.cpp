@@ -2,8 +2,6 @@
 
 #include "EngineAreas.h"
 
-#include <limits>
-
 namespace {
 
 // One to five decimal digits, leading zeros allowed, of value 1 to 32767.
@@ -19,11 +17,6 @@ QString leadingNonDigits(const QString &tag)
     while (end < tag.size() && !(tag.at(end) >= QLatin1Char('0') && tag.at(end) <= QLatin1Char('9')))
         ++end;
     return tag.left(end);
-}
-
-int clampToInt(qint64 value)
-{
-    return static_cast<int>(qBound<qint64>(std::numeric_limits<int>::min(), value, std::numeric_limits<int>::max()));
 }
 
 } // namespace
@@ -92,15 +85,7 @@ int CInductiveDrive::tagSize(const QString &tag, int dataType) const
 int CInductiveDrive::tagOffset(const QString &tag, int start, int dataType) const
 {
     const STagAddress address = analyseTag(tag, dataType);
-    const qint64 addresses = qint64(address.number) - start;
-    if (dataType != TYPE_BOOL)
-        return clampToInt(addresses);
-    switch (EngineAreas::family(address.area)) {
-    case EngineAreas::Family::Bit: return clampToInt(addresses);
-    case EngineAreas::Family::Word: return clampToInt(addresses * EngineAreas::width(address.area) * 8);
-    case EngineAreas::Family::None: return 0;
-    }
-    return 0;
+    return EngineAreas::offsetInBlock(address.area, address.number, start, dataType);
 }
 
 int CInductiveDrive::areaCode(const QString &name) const
