@@ -1,0 +1,72 @@
+// Tag text to area code and element index, area sizes and transfer lengths.
+
+#include "LibSorvik.h"
+
+#include "../link/SorvikProtocol.h"
+
+using namespace SorvikProtocol;
+
+int LibSorvik::getArea(QString tag)
+{
+    for (const Area &area : kAreas)
+        if (tag.startsWith(QLatin1String(area.prefix), Qt::CaseSensitive))
+            return area.code;
+    return 0;
+}
+
+// Every ASCII digit of the text, in order, is the 1-based element number.
+int LibSorvik::getAddr(QString tag)
+{
+    quint64 number = 0;
+    for (const QChar c : qAsConst(tag)) {
+        const ushort u = c.unicode();
+        if (u < '0' || u > '9')
+            continue;
+        number = number * 10 + (u - '0');
+        if (number > 0xFFFFFFFFull)
+            return -1; // too large for 32 bits: no number at all
+    }
+    if (number == 0)
+        return -1;
+    return static_cast<int>(static_cast<quint32>(number - 1));
+}
+
+int LibSorvik::getmaximum_length(int area)
+{
+    return area >= 0 && area < int(sizeof(kAreaSizes) / sizeof(kAreaSizes[0])) ? kAreaSizes[area] : 0;
+}
+
+// A wide type on a bit area is sized like on any other area, count × width
+// wire bytes of one bit each, as hosts and the engine size it; the decoders
+// fill what such a transfer cannot carry with zeros.
+int LibSorvik::getBytelen(DataType type, int count, int area)
+{
+    const qint64 n = count; // huge counts must not overflow the products below
+    qint64 length = 0;
+    switch (type) {
+    case TYPE_BOOL:
+    case TYPE_STRING: length = n; break;
+    case TYPE_INT8:
+    case TYPE_UINT8:
+        switch (groupOf(area)) {
+        case AreaGroup::Bit: length = n * 8; break;
+        case AreaGroup::Word: length = n - n % 4; break;
+        case AreaGroup::Pair: length = n - n % 2; break;
+        case AreaGroup::Block: length = n - n % kStringBlock; break;
+        case AreaGroup::None: length = 0; break;
+        }
+        break;
+    case TYPE_INT16:
+    case TYPE_UINT16: length = n * 2; break;
+    case TYPE_INT32:
+    case TYPE_UINT32:
+    case TYPE_FLOAT: length = n * 4; break;
+    case TYPE_INT64:
+    case TYPE_UINT64:
+    case TYPE_DOUBLE: length = n * 8; break;
+    default: length = 0; break;
+    }
+    // A negative count has no transfer either: refusing it keeps a direct
+    // caller from sending a negative length field.
+    return length > 0 && length < kTransferLimit ? static_cast<int>(length) : 0;
+}
