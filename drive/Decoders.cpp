@@ -1,0 +1,143 @@
+// Reply bytes to value lists. A byte past the end of the data reads as 0, so
+// a short reply still gives every element that was asked for.
+
+#include "LibSorvik.h"
+
+#include "../engine/ElementBytes.h"
+#include "../link/SorvikProtocol.h"
+
+using ElementBytes::byteAt;
+
+namespace {
+
+// Elements past both the data and the largest reply are zeros whatever the
+// count says; a huge count from a direct caller is cut there instead of
+// asking for gigabytes of zeros.
+int boundedCount(int count, const QByteArray &data, int width)
+{
+    const qint64 inData = (qint64(data.size()) + width - 1) / width;
+    const qint64 most = qMax<qint64>(inData, SorvikProtocol::kTransferLimit);
+    return count > 0 ? static_cast<int>(qMin<qint64>(count, most)) : 0;
+}
+
+// Element i of width sizeof(T), least significant byte first.
+template <typename T>
+T littleEndianAt(const QByteArray &data, qint64 offset)
+{
+    if (offset + qint64(sizeof(T)) <= data.size())
+        return ElementBytes::fromLittleEndian<T>(data.constData() + offset);
+    char bytes[sizeof(T)];
+    for (size_t k = 0; k < sizeof(T); ++k)
+        bytes[k] = static_cast<char>(byteAt(data, offset + qint64(k)));
+    return ElementBytes::fromLittleEndian<T>(bytes);
+}
+
+template <typename T>
+QVariant decodeLittleEndian(const QByteArray &data, int count)
+{
+    const int n = boundedCount(count, data, sizeof(T));
+    QList<T> list;
+    list.reserve(n);
+    for (int i = 0; i < n; ++i)
+        list.append(littleEndianAt<T>(data, qint64(i) * qint64(sizeof(T))));
+    return SorvikValues::toVariant(list);
+}
+
+// The 64-bit integers alone come most significant byte first.
+template <typename T>
+QVariant decodeBigEndian64(const QByteArray &data, int count)
+{
+    const int n = boundedCount(count, data, 8);
+    QList<T> list;
+    list.reserve(n);
+    for (int i = 0; i < n; ++i) {
+        quint64 bits = 0;
+        for (int k = 0; k < 8; ++k)
+            bits = (bits << 8) | byteAt(data, qint64(i) * 8 + k);
+        list.append(static_cast<T>(bits));
+    }
+    return SorvikValues::toVariant(list);
+}
+
+} // namespace
+
+QVariant LibSorvik::set_variant_bool(QByteArray data, int count)
+{
+    const int n = boundedCount(count, data, 1);
+    QList<bool> list;
+    list.reserve(n);
+    for (int i = 0; i < n; ++i)
+        list.append(byteAt(data, i) != 0);
+    return SorvikValues::toVariant(list);
+}
+
+QVariant LibSorvik::set_variant_Int8(QByteArray data, int count)
+{
+    return decodeLittleEndian<char>(data, count);
+}
+
+QVariant LibSorvik::set_variant_UInt8(QByteArray data, int count)
+{
+    return decodeLittleEndian<uchar>(data, count);
+}
+
+QVariant LibSorvik::set_variant_Int16(QByteArray data, int count)
+{
+    return decodeLittleEndian<short>(data, count);
+}
+
+QVariant LibSorvik::set_variant_UInt16(QByteArray data, int count)
+{
+    return decodeLittleEndian<ushort>(data, count);
+}
+
+QVariant LibSorvik::set_variant_Int32(QByteArray data, int count)
+{
+    return decodeLittleEndian<int>(data, count);
+}
+
+QVariant LibSorvik::set_variant_UInt32(QByteArray data, int count)
+{
+    return decodeLittleEndian<uint>(data, count);
+}
+
+QVariant LibSorvik::set_variant_fload(QByteArray data, int count)
+{
+    return decodeLittleEndian<float>(data, count);
+}
+
+QVariant LibSorvik::set_variant_Int64(QByteArray data, int count)
+{
+    return decodeBigEndian64<qlonglong>(data, count);
+}
+
+QVariant LibSorvik::set_variant_UInt64(QByteArray data, int count)
+{
+    return decodeBigEndian64<qulonglong>(data, count);
+}
+
+QVariant LibSorvik::set_variant_double(QByteArray data, int count)
+{
+    return decodeLittleEndian<double>(data, count);
+}
+
+// Packed strings, one after the other: a signed length byte, then the text,
+// which ends early at a NUL inside it.
+QVariant LibSorvik::set_variant_string(QByteArray data, int count)
+{
+    const int n = boundedCount(count, data, 1);
+    QList<QString> list;
+    list.reserve(n);
+    int at = 0;
+    for (int i = 0; i < n; ++i) {
+        // A negative length byte holds no text: it reads as an empty string
+        // and eats the length byte alone.
+        const int length = qMax(0, int(static_cast<qint8>(byteAt(data, at))));
+        const int begin = qMin(at + 1, data.size());
+        const int chunk = qMin(length, data.size() - begin);
+        const char *text = data.constData() + begin;
+        list.append(QString::fromUtf8(text, int(qstrnlen(text, uint(chunk)))));
+        at = qMin(at + 1 + length, data.size());
+    }
+    return SorvikValues::toVariant(list);
+}
