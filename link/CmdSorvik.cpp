@@ -1,0 +1,284 @@
+// Transports of the link: the UDP socket with its handshake, the serial port
+// with its silence timer, and the one blocking exchange both share.
+
+#include "CmdSorvik.h"
+
+#include "LinkLog.h"
+#include "SorvikProtocol.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QSerialPort>
+#include <QTimer>
+#include <QUdpSocket>
+
+using namespace SorvikProtocol;
+
+CmdSorvik::CmdSorvik(QObject *parent) : QObject(parent) {}
+
+CmdSorvik::~CmdSorvik()
+{
+    // Whatever DestroyFree leaves (a socket beside a serial port) goes with
+    // the children, after this object's connections are already gone.
+    DestroyFree();
+}
+
+int CmdSorvik::OpenUdp(QString host, int port)
+{
+    if (!m_udp) {
+        m_udp = new QUdpSocket(this);
+        connect(m_udp, &QUdpSocket::connected, this, &CmdSorvik::myconnected);
+        connect(m_udp, &QUdpSocket::disconnected, this, &CmdSorvik::mydisconnected);
+        connect(m_udp, &QUdpSocket::readyRead, this, &CmdSorvik::myreadyRead);
+    }
+    m_peerPort = port;
+    if (!m_peerAddress.setAddress(host))
+        return -1;
+    // A failed bind (address not local, port taken) is not an error: sending
+    // then goes out from a port the system picks.
+    m_udp->bind(m_peerAddress, kLocalUdpPort);
+    if (Handshake() != 0) {
+        CloseUdp();
+        return -2;
+    }
+    return 0;
+}
+
+int CmdSorvik::OpenSerial(QString portName, int baud, int dataBits, int stopBits, QString parity)
+{
+    if (!m_serial) {
+        m_serial = new QSerialPort(this);
+        connect(m_serial, &QSerialPort::readyRead, this, &CmdSorvik::serialreadyRead);
+    }
+    if (m_serial->isOpen()) {
+        m_serial->clear(QSerialPort::AllDirections);
+        m_serial->close();
+    }
+    m_serial->setPortName(portName);
+    if (!m_serial->open(QIODevice::ReadWrite))
+        return -1;
+
+    // The silence that ends a reply must outlast the gap between two
+    // characters; only the slow rates need a longer one than the last set.
+    switch (baud) {
+    case 2400: m_gapMs = 10; break;
+    case 4800: m_gapMs = 6; break;
+    case 9600: m_gapMs = 3; break;
+    default: break;
+    }
+    switch (baud) {
+    case 1200:
+    case 2400:
+    case 4800:
+    case 9600:
+    case 19200:
+    case 38400:
+    case 57600:
+    case 115200: m_serial->setBaudRate(baud, QSerialPort::AllDirections); break;
+    default: break; // the port keeps the rate it has
+    }
+
+    if (dataBits >= 5 && dataBits <= 8)
+        m_serial->setDataBits(static_cast<QSerialPort::DataBits>(dataBits));
+
+    switch (stopBits) {
+    case 1: m_serial->setStopBits(QSerialPort::OneStop); break;
+    case 2: m_serial->setStopBits(QSerialPort::TwoStop); break;
+    case 3: m_serial->setStopBits(QSerialPort::OneAndHalfStop); break;
+    default: break;
+    }
+
+    // The letters are tried in this order anywhere in the text, so "Even" means no parity.
+    if (parity.contains(QLatin1Char('N'), Qt::CaseInsensitive))
+        m_serial->setParity(QSerialPort::NoParity);
+    else if (parity.contains(QLatin1Char('E'), Qt::CaseInsensitive))
+        m_serial->setParity(QSerialPort::EvenParity);
+    else if (parity.contains(QLatin1Char('O'), Qt::CaseInsensitive))
+        m_serial->setParity(QSerialPort::OddParity);
+
+    m_serial->setFlowControl(QSerialPort::NoFlowControl);
+
+    if (!m_gapTimer) {
+        m_gapTimer = new QTimer(this);
+        m_gapTimer->setSingleShot(false);
+        connect(m_gapTimer, &QTimer::timeout, this, &CmdSorvik::TimerTimeOut);
+    }
+    return 0;
+}
+
+int CmdSorvik::Handshake()
+{
+    static const char request[kHandshakeSize] = {static_cast<char>(kHandshake0), static_cast<char>(kHandshake1)};
+    QByteArray reply;
+    if (Exchange(QByteArray::fromRawData(request, kHandshakeSize), kHandshakeSize, &reply, kExchangeLimitMs) != 0)
+        return 1;
+    // Bytes after the first two are of no concern.
+    const bool proved = reply.size() >= kHandshakeSize && static_cast<quint8>(reply.at(0)) == kHandshake0 &&
+                        static_cast<quint8>(reply.at(1)) == kHandshake1;
+    return proved ? 0 : 1;
+}
+
+int CmdSorvik::Exchange(const QByteArray &request, int length, QByteArray *reply, int limitMs)
+{
+    // Never send bytes from beyond the request, whatever length is claimed.
+    const int sendLength = qBound(0, length, request.size());
+    if (m_udp) {
+        m_udp->writeDatagram(request.constData(), sendLength, m_peerAddress, static_cast<quint16>(m_peerPort));
+        m_udp->flush();
+        m_udp->waitForBytesWritten(kUdpWriteWaitMs);
+        m_udp->waitForReadyRead(kReadyReadWaitMs);
+    } else if (m_serial) {
+        m_serial->write(request.constData(), sendLength);
+        m_serial->flush();
+        m_serial->waitForBytesWritten(kSerialWriteWaitMs);
+        m_serial->waitForReadyRead(kReadyReadWaitMs);
+    }
+    if (limitMs <= 0)
+        return -1;
+
+    // The counter counts nominal ticks: the buffer is looked at before each tick only.
+    qint64 waited = 0;
+    for (;;) {
+        if (!m_rxBuffer.isEmpty()) {
+            if (reply)
+                reply->append(m_rxBuffer);
+            m_rxBuffer.clear();
+            return 0;
+        }
+        waited += kExchangeTickMs;
+        WaitMs(kExchangeTickMs);
+        if (waited >= limitMs)
+            return -1;
+    }
+}
+
+void CmdSorvik::WaitMs(int ms)
+{
+    // Spins on the event loop without sleeping; a monotonic clock so that a
+    // change of the wall clock cannot stretch or cut the wait.
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+}
+
+int CmdSorvik::IsLinkOpen()
+{
+    if (m_serial)
+        return m_serial->isOpen() ? 0 : -3;
+    return m_udp ? 0 : -3;
+}
+
+int CmdSorvik::CloseUdp()
+{
+    if (!m_udp)
+        return 0; // nothing to close
+    m_udp->close();
+    if (m_udp->state() != QAbstractSocket::UnconnectedState)
+        m_udp->waitForDisconnected(30000);
+    return 0;
+}
+
+int CmdSorvik::CloseSerial()
+{
+    if (!m_serial || !m_serial->isOpen())
+        return -1;
+    m_serial->clear(QSerialPort::AllDirections);
+    m_serial->close();
+    return 0;
+}
+
+int CmdSorvik::DeleteUdp()
+{
+    if (m_udp) {
+        disconnect(m_udp, &QUdpSocket::connected, this, &CmdSorvik::myconnected);
+        disconnect(m_udp, &QUdpSocket::disconnected, this, &CmdSorvik::mydisconnected);
+        disconnect(m_udp, &QUdpSocket::readyRead, this, &CmdSorvik::myreadyRead);
+        delete m_udp;
+        m_udp = nullptr;
+    }
+    return 0;
+}
+
+int CmdSorvik::DeleteSerial()
+{
+    if (m_serial) {
+        disconnect(m_serial, &QSerialPort::readyRead, this, &CmdSorvik::serialreadyRead);
+        delete m_serial;
+        m_serial = nullptr;
+    }
+    if (m_gapTimer) {
+        disconnect(m_gapTimer, &QTimer::timeout, this, &CmdSorvik::TimerTimeOut);
+        delete m_gapTimer;
+        m_gapTimer = nullptr;
+    }
+    return 0;
+}
+
+int CmdSorvik::DestroyFree()
+{
+    // With both transports present only the serial pair goes; a second call
+    // releases the socket.
+    if (m_serial) {
+        CloseSerial();
+        DeleteSerial();
+        return 0;
+    }
+    if (m_udp) {
+        if (m_udp->state() != QAbstractSocket::UnconnectedState)
+            CloseUdp();
+        DeleteUdp();
+        return 0;
+    }
+    return 1;
+}
+
+void CmdSorvik::myconnected() {}
+
+void CmdSorvik::mydisconnected()
+{
+    if (!m_udp || m_udp->error() == QAbstractSocket::UnknownSocketError)
+        return;
+    // The error goes out as its number, the value of QAbstractSocket::SocketError.
+    LinkLog::warning(QStringLiteral("lib[Sorvik]%1:%2 %3")
+                         .arg(m_peerAddress.toString(), QString::number(m_peerPort),
+                              QString::number(static_cast<int>(m_udp->error()))));
+}
+
+void CmdSorvik::myreadyRead()
+{
+    if (!m_udp)
+        return;
+    // Each datagram replaces the buffer: of several pending only the last is
+    // kept, and an empty one leaves the buffer empty. The sender is not
+    // compared with the peer.
+    QHostAddress sender;
+    quint16 senderPort = 0;
+    while (m_udp->hasPendingDatagrams()) {
+        const qint64 size = m_udp->pendingDatagramSize();
+        m_rxBuffer.resize(static_cast<int>(qMax<qint64>(size, 0)));
+        const qint64 got = m_udp->readDatagram(m_rxBuffer.data(), m_rxBuffer.size(), &sender, &senderPort);
+        if (got < 0) {
+            // A failed read leaves nothing half-filled behind and cannot spin here.
+            m_rxBuffer.clear();
+            break;
+        }
+        m_rxBuffer.resize(static_cast<int>(got));
+    }
+}
+
+void CmdSorvik::serialreadyRead()
+{
+    if (!m_gapTimer)
+        return;
+    m_gapTimer->stop();
+    m_gapTimer->start(m_gapMs);
+}
+
+void CmdSorvik::TimerTimeOut()
+{
+    if (m_gapTimer && m_gapTimer->isActive())
+        m_gapTimer->stop();
+    if (m_serial)
+        m_rxBuffer = m_serial->readAll();
+}

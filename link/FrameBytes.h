@@ -1,0 +1,84 @@
+#pragma once
+
+// Byte-level pieces shared by the read and the write frames: the frame head,
+// safe access to reply bytes, and the cut of a reply to its useful length.
+
+#include "SorvikProtocol.h"
+
+#include <QByteArray>
+
+#include <cstring>
+
+namespace FrameBytes {
+
+// The largest value a 24-bit length field carries without losing bits.
+constexpr qint64 kMaxFieldValue = 0xFFFFFF;
+
+// A frame whose area code or length field would lose bits on the wire would
+// address or size something other than what was asked; such frames are
+// refused instead of sent. (Addresses keep their low 24 bits by design, so
+// an element index of -1 still goes out as a number.)
+inline bool fitsFrame(int area, qint64 length)
+{
+    return area >= 0 && area <= 0xFF && length >= 0 && length <= kMaxFieldValue;
+}
+
+// Element index times factor, wrapped to 32 bits like the signed number it
+// stands for; only the low 24 bits reach the wire.
+inline qint32 scaledAddress(int index, int factor)
+{
+    return static_cast<qint32>(static_cast<quint32>(index) * static_cast<quint32>(factor));
+}
+
+// The 11-byte head of a request, with room reserved for `dataSize` more bytes.
+inline QByteArray requestHead(quint8 function, int area, qint32 address, qint32 length, int dataSize = 0)
+{
+    using namespace SorvikProtocol;
+    QByteArray frame;
+    frame.reserve(kRequestHeadSize + dataSize);
+    frame.resize(kRequestHeadSize);
+    char *head = frame.data();
+    head[0] = static_cast<char>(function);
+    head[1] = static_cast<char>(kRequestByte1);
+    head[2] = static_cast<char>(kRequestByte2);
+    head[3] = static_cast<char>(kRequestByte3);
+    head[kOffsetArea] = static_cast<char>(area);
+    put24(head + kOffsetAddress, address);
+    put24(head + kOffsetLength, length);
+    return frame;
+}
+
+// A byte past the end of a reply counts as 0.
+inline quint8 byteAt(const QByteArray &bytes, qint64 offset)
+{
+    return offset >= 0 && offset < bytes.size() ? static_cast<quint8>(bytes.at(static_cast<int>(offset))) : 0;
+}
+
+// Appends `count` bytes of `source` from `offset` on, zeros where the source ends.
+inline void appendZeroFilled(QByteArray *out, const QByteArray &source, int offset, int count)
+{
+    if (count <= 0)
+        return;
+    const int present = qBound(0, source.size() - offset, count);
+    const int start = out->size();
+    out->resize(start + count);
+    char *to = out->data() + start;
+    if (present > 0)
+        memcpy(to, source.constData() + offset, static_cast<size_t>(present));
+    memset(to + present, 0, static_cast<size_t>(count - present));
+}
+
+// A controller may pad every reply to a fixed 1472 bytes: what lies between
+// the useful 4 + length bytes and that size is dropped; anything beyond it stays.
+inline void cutReply(QByteArray *reply, int length)
+{
+    using namespace SorvikProtocol;
+    if (length >= kTransferLimit)
+        return;
+    const qint64 from = qint64(length) + kReplyHeadSize;
+    if (from < 0 || from >= reply->size())
+        return;
+    reply->remove(static_cast<int>(from), static_cast<int>(qint64(kTransferLimit) - length));
+}
+
+} // namespace FrameBytes

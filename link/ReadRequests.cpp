@@ -1,0 +1,123 @@
+// Read frames: the request, the logged exchange beneath it, the identity
+// check of the reply and the unpacking of its data.
+
+#include "CmdSorvik.h"
+
+#include "FrameBytes.h"
+#include "LinkLog.h"
+#include "SorvikProtocol.h"
+
+using namespace SorvikProtocol;
+using FrameBytes::byteAt;
+
+namespace {
+
+// A length or area that loses bits in the frame would ask for other data
+// than was meant: nothing is sent, and the caller sees no data.
+int refuseRead(const CmdSorvik &link, int area, qint64 length, const QString &tag)
+{
+    LinkLog::warning(LinkLog::refusedLine("read", link.m_peerAddress, link.m_peerPort, tag, area, length));
+    return -2;
+}
+
+// Sends one read request and checks that the reply is ours. 0 with the cut
+// reply in *reply, -2 no reply or a foreign one, -3 link closed.
+int readFrame(CmdSorvik &link, int area, qint32 address, qint32 length, const QString &tag, QByteArray *reply)
+{
+    const QByteArray request = FrameBytes::requestHead(kReadFunction, area, address, length);
+    const int result = link.ReadExchange(request, reply, length, tag);
+    if (result == -3)
+        return -3;
+    if (result == 0) {
+        if (byteAt(*reply, 0) == kReadFunction && byteAt(*reply, 1) == kRequestByte1)
+            return 0;
+        LinkLog::warning(LinkLog::frameLine(QStringLiteral("lib[Sorvik]返回的序号错误 %1:%2  %3 len = %4 msg : %5"),
+                                            link.m_peerAddress, link.m_peerPort, tag, length, *reply));
+    }
+    LinkLog::warning(LinkLog::frameLine(QStringLiteral("lib[Sorvik]返回的报文长度为0 %1:%2  %3 len = %4 msg : %5"),
+                                        link.m_peerAddress, link.m_peerPort, tag, length, *reply));
+    return -2;
+}
+
+} // namespace
+
+int CmdSorvik::ReadExchange(QByteArray request, QByteArray *reply, int length, QString tag)
+{
+    if (m_debug)
+        LinkLog::debug(LinkLog::frameLine(QStringLiteral("lib[Sorvik]读命令 %1:%2  %3 len = %4 msg : %5"),
+                                          m_peerAddress, m_peerPort, tag, length, request));
+    if (IsLinkOpen() != 0)
+        return -3;
+
+    QByteArray received;
+    const int result = Exchange(request, request.size(), &received, kExchangeLimitMs);
+    FrameBytes::cutReply(&received, length);
+    if (reply)
+        reply->append(received);
+
+    if (m_debug)
+        LinkLog::debug(LinkLog::frameLine(QStringLiteral("lib[Sorvik]读响应 %1:%2  %3 len = %4 msg : %5"),
+                                          m_peerAddress, m_peerPort, tag, length, received));
+    return result;
+}
+
+int CmdSorvik::ReadBits(int area, int index, int count, QByteArray *out, QString tag)
+{
+    if (!FrameBytes::fitsFrame(area, count))
+        return refuseRead(*this, area, count, tag);
+    QByteArray reply;
+    const int result = readFrame(*this, area, index, count, tag, &reply);
+    if (result == 0 && out)
+        FrameBytes::appendZeroFilled(out, reply, kReplyHeadSize, count);
+    return result;
+}
+
+int CmdSorvik::ReadBytes(int area, int index, int length, QByteArray *out, QString tag)
+{
+    if (!FrameBytes::fitsFrame(area, length))
+        return refuseRead(*this, area, length, tag);
+    QByteArray reply;
+    const qint32 address = FrameBytes::scaledAddress(index, addressFactor(area));
+    const int result = readFrame(*this, area, address, length, tag, &reply);
+    if (result != 0 || !out)
+        return result;
+
+    if (!isBitArea(area)) {
+        FrameBytes::appendZeroFilled(out, reply, kReplyHeadSize, length);
+        return 0;
+    }
+    // Eight wire bytes, one per bit, make one data byte; wire element 0 is bit 0.
+    const int packed = length / 8;
+    const int start = out->size();
+    out->resize(start + packed);
+    char *to = out->data() + start;
+    for (int i = 0; i < packed; ++i) {
+        const int base = kReplyHeadSize + 8 * i;
+        unsigned byte = 0;
+        for (int k = 0; k < 8; ++k)
+            byte |= unsigned(byteAt(reply, base + k)) << k;
+        to[i] = static_cast<char>(byte & 0xFF);
+    }
+    return 0;
+}
+
+int CmdSorvik::ReadStrings(int area, int index, int count, QByteArray *out, QString tag)
+{
+    const qint64 length = qint64(count) * kStringBlock;
+    if (!FrameBytes::fitsFrame(area, length))
+        return refuseRead(*this, area, length, tag);
+    QByteArray reply;
+    const qint32 address = FrameBytes::scaledAddress(index, kStringBlock);
+    const int result = readFrame(*this, area, address, static_cast<qint32>(length), tag, &reply);
+    if (result != 0 || !out)
+        return result;
+
+    // Each block gives its length byte and text; a negative length byte gives nothing at all.
+    for (int i = 0; i < count; ++i) {
+        const int base = kReplyHeadSize + kStringBlock * i;
+        const qint8 textLength = static_cast<qint8>(byteAt(reply, base));
+        if (textLength >= 0)
+            FrameBytes::appendZeroFilled(out, reply, base, textLength + 1);
+    }
+    return 0;
+}

@@ -1,0 +1,125 @@
+// Write frames: a head, the payload behind it, one exchange. Any reply in
+// time counts as taken; its content is not judged.
+
+#include "CmdSorvik.h"
+
+#include "FrameBytes.h"
+#include "LinkLog.h"
+#include "SorvikProtocol.h"
+
+using namespace SorvikProtocol;
+
+namespace {
+
+enum class LineKind { Tag, Area };
+
+// Logged after the exchange, the command first, also when no reply came.
+void logWrite(const CmdSorvik &link, LineKind kind, const QByteArray &frame, qint32 length, const QString &tag,
+              const QByteArray &reply)
+{
+    const bool byTag = kind == LineKind::Tag;
+    LinkLog::debug(LinkLog::frameLine(byTag ? QStringLiteral("写命令 %1:%2 tag=%3  len = %4 msg : %5")
+                                            : QStringLiteral("写命令 %1:%2 Area=%3  len = %4 msg : %5"),
+                                      link.m_peerAddress, link.m_peerPort, tag, length, frame));
+    LinkLog::debug(LinkLog::frameLine(byTag ? QStringLiteral("响应 %1:%2 tag=%3  len = %4 msg : %5")
+                                            : QStringLiteral("响应 %1:%2 Area=%3  len = %4 msg : %5"),
+                                      link.m_peerAddress, link.m_peerPort, tag, length, reply));
+}
+
+// An area or length that loses bits in the frame would write somewhere or
+// something else than was meant: nothing is sent.
+int refuseWrite(const CmdSorvik &link, int area, qint64 length, const QString &tag)
+{
+    LinkLog::warning(LinkLog::refusedLine("write", link.m_peerAddress, link.m_peerPort, tag, area, length));
+    return -2;
+}
+
+// Outside the bit areas the address counts bytes of the element's width;
+// area 28 is reached here byte by byte (blocks go through WriteBlock).
+int writeFactor(int area)
+{
+    return isBlockArea(area) ? 1 : addressFactor(area);
+}
+
+// One wire byte per bit: wire byte j is bit j % 8 of payload byte j / 8.
+// A length that is no multiple of eight spreads the low bits of the next
+// payload byte as well, so the data behind the head is always as long as
+// the length field says and holds the caller's bits.
+void appendSpreadBits(QByteArray *frame, const QByteArray &payload, int length)
+{
+    const int start = frame->size();
+    frame->resize(start + length);
+    char *to = frame->data() + start;
+    for (int j = 0; j < length; ++j)
+        to[j] = static_cast<char>((FrameBytes::byteAt(payload, j / 8) >> (j % 8)) & 1);
+}
+
+} // namespace
+
+int CmdSorvik::WriteExchange(const QByteArray &frame, int length, QByteArray *reply)
+{
+    const int result = Exchange(frame, frame.size(), reply, kExchangeLimitMs);
+    FrameBytes::cutReply(reply, length);
+    return result;
+}
+
+int CmdSorvik::WriteBytes(int area, int index, int length, QByteArray payload, QString tag)
+{
+    if (!FrameBytes::fitsFrame(area, length))
+        return refuseWrite(*this, area, length, tag);
+    const qint32 address = FrameBytes::scaledAddress(index, writeFactor(area));
+    QByteArray frame = FrameBytes::requestHead(kWriteFunction, area, address, length, length);
+    if (isBitArea(area))
+        appendSpreadBits(&frame, payload, length);
+    else
+        // A short payload is padded with zeros: the frame keeps its length
+        // field and never carries undefined bytes. (The drive refuses such
+        // writes before they get here.) A longer one is cut to the length.
+        FrameBytes::appendZeroFilled(&frame, payload, 0, length);
+
+    if (IsLinkOpen() != 0)
+        return -3;
+    QByteArray reply;
+    const int result = WriteExchange(frame, length, &reply);
+    if (m_debug)
+        logWrite(*this, LineKind::Tag, frame, length, tag, reply);
+    return result == 0 ? 0 : -2;
+}
+
+int CmdSorvik::WriteBlock(int area, int index, int blocks, QByteArray payload, QString tag)
+{
+    const qint64 length = qint64(blocks) * kStringBlock;
+    if (!FrameBytes::fitsFrame(area, length))
+        return refuseWrite(*this, area, length, tag);
+    // The whole payload follows the head, whatever the length field says.
+    const qint32 address = FrameBytes::scaledAddress(index, kStringBlock);
+    QByteArray frame =
+        FrameBytes::requestHead(kWriteFunction, area, address, static_cast<qint32>(length), payload.size());
+    frame.append(payload);
+
+    if (IsLinkOpen() != 0)
+        return -3;
+    QByteArray reply;
+    const int result = WriteExchange(frame, static_cast<int>(length), &reply);
+    if (m_debug)
+        logWrite(*this, LineKind::Tag, frame, static_cast<qint32>(length), tag, reply);
+    return result == 0 ? 0 : -2;
+}
+
+int CmdSorvik::WriteBits(int area, int index, int count, QByteArray payload, QString tag)
+{
+    if (!FrameBytes::fitsFrame(area, count))
+        return refuseWrite(*this, area, count, tag);
+    // The element index goes out unchanged on every area.
+    QByteArray frame = FrameBytes::requestHead(kWriteFunction, area, index, count, count);
+    // Padded with zeros when short, like WriteBytes.
+    FrameBytes::appendZeroFilled(&frame, payload, 0, count);
+
+    if (IsLinkOpen() != 0)
+        return -3;
+    QByteArray reply;
+    const int result = WriteExchange(frame, count, &reply);
+    if (m_debug)
+        logWrite(*this, LineKind::Area, frame, count, tag, reply);
+    return result == 0 ? 0 : -2;
+}
