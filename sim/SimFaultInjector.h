@@ -1,0 +1,30 @@
+#pragma once
+
+#include "SorvikSimulator.h"
+
+#include <QByteArray>
+#include <QList>
+
+#include <random>
+
+// Turns one reply into the datagrams that actually go out under the set
+// faults. Random draws come from a generator seeded with the faults' seed, so
+// a run repeats; a share of 0 draws nothing.
+class SimFaultInjector
+{
+public:
+    SimFaultInjector();
+
+    void setFaults(const SimFaults &faults);
+    const SimFaults &faults() const { return m_faults; }
+
+    // The datagrams to send, in order; none when the reply is withheld.
+    // `*faulted` tells whether a fault withheld, changed or delayed it.
+    QList<QByteArray> shape(const QByteArray &reply, bool isReadReply, bool *faulted);
+
+private:
+    bool draw(double share);
+
+    SimFaults m_faults;
+    std::mt19937 m_random;
+};
