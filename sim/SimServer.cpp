@@ -1,6 +1,7 @@
 #include "SimServer.h"
 
 #include "SimCore.h"
+#include "SimLog.h"
 #include "SimPtyTransport.h"
 #include "SimSerialTransport.h"
 #include "SimUdpTransport.h"
@@ -59,12 +60,12 @@ void SimServer::stop()
 
 void SimServer::sendUnsolicited(const QByteArray &raw)
 {
-    if (m_udp)
-        m_udp->sendUnsolicited(raw);
-    if (m_pty)
-        m_pty->sendUnsolicited(raw);
-    if (m_serial)
-        m_serial->sendUnsolicited(raw);
+    bool sent = false;
+    for (SimTransport *transport : {static_cast<SimTransport *>(m_udp.get()), static_cast<SimTransport *>(m_pty.get()),
+                                    static_cast<SimTransport *>(m_serial.get())})
+        sent = (transport && transport->sendUnsolicited(raw)) || sent;
+    if (!sent)
+        qCWarning(lcSim, "nobody to send %d unsolicited bytes to", int(raw.size()));
 }
 
 void SimServer::serve(const QByteArray &frame, const SimTransport::Send &reply)

@@ -19,7 +19,8 @@ public:
     explicit SimTransport(FrameHandler onFrame) : m_onFrame(std::move(onFrame)) {}
 
     // Bytes that answer no request: to the last UDP peer, or onto the line.
-    virtual void sendUnsolicited(const QByteArray &raw) = 0;
+    // False when there is nobody to send them to.
+    virtual bool sendUnsolicited(const QByteArray &raw) = 0;
 
 protected:
     void deliver(const QByteArray &frame, const Send &reply) { m_onFrame(frame, reply); }
@@ -34,7 +35,11 @@ class SimStreamTransport : public SimTransport
 public:
     explicit SimStreamTransport(FrameHandler onFrame);
 
-    void sendUnsolicited(const QByteArray &raw) override { write(raw); }
+    bool sendUnsolicited(const QByteArray &raw) override
+    {
+        write(raw);
+        return true;
+    }
 
 protected:
     // Bytes as they come off the line; the frame closes after `silenceMs` without more.

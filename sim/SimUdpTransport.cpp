@@ -38,13 +38,12 @@ void SimUdpTransport::readPending()
     }
 }
 
-void SimUdpTransport::sendUnsolicited(const QByteArray &raw)
+bool SimUdpTransport::sendUnsolicited(const QByteArray &raw)
 {
-    if (m_lastPeerPort == 0) {
-        qCWarning(lcSim, "no UDP peer yet to send %d unsolicited bytes to", int(raw.size()));
-        return;
-    }
+    if (m_lastPeerPort == 0)
+        return false;
     sendTo(raw, m_lastPeer, m_lastPeerPort);
+    return true;
 }
 
 void SimUdpTransport::sendTo(const QByteArray &bytes, const QHostAddress &address, quint16 port)

@@ -14,7 +14,7 @@ public:
 
     // The bound port, or 0 when the address and port cannot be bound.
     quint16 start(const QHostAddress &address, quint16 port);
-    void sendUnsolicited(const QByteArray &raw) override;
+    bool sendUnsolicited(const QByteArray &raw) override;
 
 private:
     void readPending();

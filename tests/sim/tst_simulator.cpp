@@ -8,6 +8,7 @@
 #include <QtTest>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -15,8 +16,9 @@ using TestSupport::hex;
 
 namespace {
 
-// How long a test waits to be sure that nothing (more) comes.
-constexpr int kQuietMs = 60;
+// How long a test waits, once the simulator has taken a frame, to be sure
+// that nothing (more) comes: a reply leaves right after the frame is taken.
+constexpr int kQuietMs = 30;
 
 // A raw UDP peer of the simulator.
 class UdpClient
@@ -58,6 +60,46 @@ private:
     quint16 m_simPort;
 };
 
+// A raw client of the simulator's pseudo-terminal, as a serial port would open it.
+class PtyClient
+{
+public:
+    explicit PtyClient(const QString &path) : m_fd(::open(qPrintable(path), O_RDWR | O_NOCTTY | O_NONBLOCK))
+    {
+        termios mode{};
+        if (m_fd >= 0 && tcgetattr(m_fd, &mode) == 0) {
+            cfmakeraw(&mode);
+            tcsetattr(m_fd, TCSANOW, &mode);
+        }
+    }
+    ~PtyClient()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    bool isOpen() const { return m_fd >= 0; }
+
+    // What the terminal brings until it has been quiet for `quietMs` (or for 1 s with nothing).
+    QByteArray exchange(const QByteArray &frame, int firstMs = 1000)
+    {
+        if (!frame.isEmpty() && ::write(m_fd, frame.constData(), size_t(frame.size())) != frame.size())
+            return "<not written>";
+        QByteArray got;
+        pollfd p{m_fd, POLLIN, 0};
+        while (::poll(&p, 1, got.isEmpty() ? firstMs : kQuietMs) > 0) {
+            char buffer[2048];
+            const ssize_t n = ::read(m_fd, buffer, sizeof buffer);
+            if (n <= 0)
+                break;
+            got.append(buffer, int(n));
+        }
+        return got;
+    }
+
+private:
+    int m_fd;
+};
+
 QByteArray readFrame(int area, int address, int length)
 {
     QByteArray frame(SorvikProtocol::kRequestHeadSize, '\0');
@@ -83,6 +125,16 @@ QByteArray readReply(const QByteArray &data)
     return hex("01010000") + data;
 }
 
+// Whether the simulator has taken `count` frames within a second.
+bool tookFrames(const SorvikSimulator &sim, int count)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (sim.frameCount() < count && clock.elapsed() < 1000)
+        QThread::msleep(1);
+    return sim.frameCount() == count;
+}
+
 QStringList simLines(const TestSupport::LogCapture &log)
 {
     QStringList lines;
@@ -93,6 +145,8 @@ QStringList simLines(const TestSupport::LogCapture &log)
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(SimFaults)
 
 class TestSimulator : public QObject
 {
@@ -110,6 +164,16 @@ private slots:
     void invalidFramesAreAnsweredBySilence_data();
     void invalidFramesAreAnsweredBySilence();
     void scriptedAndUnsolicitedReplies();
+    void faults_data();
+    void faults();
+    void dropsRepeatWithTheSeed();
+    void delayedRepliesKeepTakingRequests();
+    void presets_data();
+    void presets();
+    void badPresetsAreRefused_data();
+    void badPresetsAreRefused();
+    void presetOutsideAnAreaIsRefused();
+    void pseudoTerminal();
 
 private:
     std::unique_ptr<SorvikSimulator> m_sim;
@@ -243,6 +307,7 @@ void TestSimulator::invalidFramesAreAnsweredBySilence()
 
     TestSupport::LogCapture log;
     m_client->send(frame);
+    QVERIFY(tookFrames(*m_sim, 1));
     QCOMPARE(m_client->receive(1, kQuietMs), QList<QByteArray>());
     QCOMPARE(m_sim->frames(), QList<QByteArray>{frame});
     const SimCounters counters = m_sim->counters();
@@ -266,6 +331,241 @@ void TestSimulator::scriptedAndUnsolicitedReplies()
     QCOMPARE(m_sim->frameCount(), 3);
     m_sim->clearFrames();
     QCOMPARE(m_sim->frameCount(), 0);
+}
+
+void TestSimulator::faults_data()
+{
+    QTest::addColumn<SimFaults>("faults");
+    QTest::addColumn<QByteArray>("request");
+    QTest::addColumn<QList<QByteArray>>("datagrams");
+
+    const QByteArray read = readFrame(7, 0, 4);
+    const QByteArray reply = readReply(hex("2a000000"));
+    const QByteArray write = writeFrame(7, 0, hex("2a000000"));
+    SimFaults f;
+
+    f = {};
+    f.silent = true;
+    QTest::newRow("silent") << f << read << QList<QByteArray>();
+    QTest::newRow("silent handshake") << f << hex("0401") << QList<QByteArray>();
+    f = {};
+    f.dropShare = 1.0;
+    QTest::newRow("drop all") << f << read << QList<QByteArray>();
+    f = {};
+    f.wrongIdentityShare = 1.0;
+    QTest::newRow("wrong identity") << f << read << QList<QByteArray>{hex("fefe00002a000000")};
+    QTest::newRow("wrong handshake") << f << hex("0401") << QList<QByteArray>{hex("fbfe")};
+    f = {};
+    f.truncateTo = 2;
+    QTest::newRow("truncate") << f << read << QList<QByteArray>{hex("0101")};
+    f.truncateTo = 0;
+    QTest::newRow("truncate to nothing") << f << write << QList<QByteArray>{QByteArray()};
+    f = {};
+    f.padReplies = true;
+    QTest::newRow("pad") << f << read << QList<QByteArray>{reply + QByteArray(1464, '\0')};
+    f.overlongReplies = true;
+    QTest::newRow("pad and overlong") << f << read
+                                      << QList<QByteArray>{reply + QByteArray(1464, '\0') + QByteArray(128, '\xa5')};
+    f = {};
+    f.overlongReplies = true;
+    QTest::newRow("overlong write") << f << write << QList<QByteArray>{hex("02010000") + QByteArray(1596, '\xa5')};
+    f = {};
+    f.extraDatagram = true;
+    QTest::newRow("twice") << f << read << QList<QByteArray>{reply, reply};
+    f.emptyDatagramFirst = true;
+    QTest::newRow("empty first, twice") << f << read << QList<QByteArray>{QByteArray(), reply, reply};
+}
+
+void TestSimulator::faults()
+{
+    QFETCH(SimFaults, faults);
+    QFETCH(QByteArray, request);
+    QFETCH(QList<QByteArray>, datagrams);
+
+    m_sim->preset(7, 0, hex("2a000000"));
+    m_sim->setFaults(faults);
+    m_client->send(request);
+    QVERIFY(tookFrames(*m_sim, 1));
+    QCOMPARE(m_client->receive(datagrams.size(), datagrams.isEmpty() ? kQuietMs : 1000), datagrams);
+    QCOMPARE(m_sim->counters().faults, 1);
+    QCOMPARE(m_sim->frames(), QList<QByteArray>{request});
+
+    // Padding concerns read replies only.
+    SimFaults padOnly;
+    padOnly.padReplies = true;
+    m_sim->setFaults(padOnly);
+    QCOMPARE(m_client->exchange(hex("0401")), hex("0401"));
+    QCOMPARE(m_sim->counters().faults, 1);
+}
+
+void TestSimulator::dropsRepeatWithTheSeed()
+{
+    // Request i reads the byte i, so each reply tells which request it answers.
+    constexpr int kRequests = 32;
+    for (int i = 0; i < kRequests; ++i)
+        m_sim->preset(7, i, QByteArray(1, char(i)));
+    SimFaults faults;
+    faults.seed = 7;
+    faults.dropShare = 0.5;
+    QString pattern[2];
+    for (QString &answered : pattern) {
+        m_sim->setFaults(faults);
+        m_sim->clearFrames();
+        answered.fill('-', kRequests);
+        for (int i = 0; i < kRequests; ++i)
+            m_client->send(readFrame(7, i, 1));
+        QVERIFY(tookFrames(*m_sim, kRequests));
+        for (const QByteArray &reply : m_client->receive(kRequests, kQuietMs))
+            answered[quint8(reply.at(4)) % kRequests] = 'x';
+    }
+    QCOMPARE(pattern[0], pattern[1]);
+    QVERIFY2(pattern[0].count('x') > 4 && pattern[0].count('-') > 4, qPrintable(pattern[0]));
+    QCOMPARE(m_sim->counters().faults, 2 * pattern[0].count('-'));
+}
+
+void TestSimulator::delayedRepliesKeepTakingRequests()
+{
+    SimFaults faults;
+    faults.delayMs = 150;
+    m_sim->setFaults(faults);
+    QElapsedTimer clock;
+    clock.start();
+    m_client->send(hex("0401"));
+    m_client->send(readFrame(7, 0, 1));
+    QCOMPARE(m_client->receive(1, 60), QList<QByteArray>());
+    QCOMPARE(m_sim->frameCount(), 2);
+    QCOMPARE(m_client->receive(2), (QList<QByteArray>{hex("0401"), readReply(hex("00"))}));
+    QVERIFY(clock.elapsed() >= 150);
+    QCOMPARE(m_sim->counters().faults, 2);
+}
+
+void TestSimulator::presets_data()
+{
+    QTest::addColumn<QString>("assignment");
+    QTest::addColumn<int>("area");
+    QTest::addColumn<int>("address");
+    QTest::addColumn<QByteArray>("bytes");
+
+    QTest::newRow("hex uint32") << "AI2=uint32:0xFFFFFFFF" << 7 << 4 << hex("ffffffff");
+    QTest::newRow("int8 bits") << "NDI3=int8:-128" << 15 << 2 << hex("0000000000000001");
+    QTest::newRow("AO_F counts by 1") << "AO_F2=int32:1" << 11 << 1 << hex("01000000");
+    QTest::newRow("AI_S counts by 4") << "AI_S2=uint16:258" << 9 << 4 << hex("0201");
+    QTest::newRow("int64 min") << "HAI1=int64:-9223372036854775808" << 21 << 0 << hex("0000000000000080");
+    QTest::newRow("uint64be") << "LA1=uint64be:0x0102030405060708" << 23 << 0 << hex("0102030405060708");
+    QTest::newRow("spaces and case") << " LD1 = BOOL : FALSE, 1" << 22 << 0 << hex("0001");
+    QTest::newRow("127 characters") << "SI5=string:" + QString(127, 'z') << 28 << 1024
+                                    << hex("7f") + QByteArray(127, 'z');
+    QTest::newRow("Latin-1") << QString::fromUtf8("SI1=string:\u00e9") << 28 << 0 << hex("01e900");
+}
+
+void TestSimulator::presets()
+{
+    QFETCH(QString, assignment);
+    QFETCH(int, area);
+    QFETCH(int, address);
+    QFETCH(QByteArray, bytes);
+
+    QString error;
+    QVERIFY2(m_sim->presetTag(assignment, &error), qPrintable(error));
+    QCOMPARE(m_sim->memory(area, address, bytes.size()).toHex(), bytes.toHex());
+}
+
+void TestSimulator::badPresetsAreRefused_data()
+{
+    QTest::addColumn<QString>("assignment");
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("no type") << "AI1=42"
+                             << "AI1=42: expected TAG=TYPE:VALUE";
+    QTest::newRow("no prefix") << "XY1=int32:1"
+                               << "XY1=int32:1: no area prefix in tag \"XY1\"";
+    QTest::newRow("lower case") << "ai1=int32:1"
+                                << "ai1=int32:1: no area prefix in tag \"ai1\"";
+    QTest::newRow("no number") << "AI=int32:1"
+                               << "AI=int32:1: tag \"AI\" needs an element number from 1";
+    QTest::newRow("number 0") << "AI0=int32:1"
+                              << "AI0=int32:1: tag \"AI0\" needs an element number from 1";
+    QTest::newRow("not digits") << "AI1x=int32:1"
+                                << "AI1x=int32:1: tag \"AI1x\" needs an element number from 1";
+    QTest::newRow("huge number") << "AI99999999999=int32:1"
+                                 << "AI99999999999=int32:1: tag \"AI99999999999\" needs an element number from 1";
+    QTest::newRow("unknown type") << "AI1=int33:1"
+                                  << "AI1=int33:1: unknown type \"int33\"";
+    QTest::newRow("int8 range") << "AI1=int8:128"
+                                << "AI1=int8:128: \"128\" is no int8 value";
+    QTest::newRow("negative uint8") << "AI1=uint8:-1"
+                                    << "AI1=uint8:-1: \"-1\" is no uint8 value";
+    QTest::newRow("negative uint64") << "AI1=uint64:-1"
+                                     << "AI1=uint64:-1: \"-1\" is no uint64 value";
+    QTest::newRow("int64 range") << "AI1=int64:9223372036854775808"
+                                 << "AI1=int64:9223372036854775808: \"9223372036854775808\" is no int64 value";
+    QTest::newRow("bool 2") << "DI1=bool:2"
+                            << "DI1=bool:2: \"2\" is no bool value";
+    QTest::newRow("float text") << "AI1=float:abc"
+                                << "AI1=float:abc: \"abc\" is no float value";
+    QTest::newRow("float overflow") << "AI1=float:1e39"
+                                    << "AI1=float:1e39: \"1e39\" is no float value";
+    QTest::newRow("empty value") << "AI1=int32:1,"
+                                 << "AI1=int32:1,: \"\" is no int32 value";
+    QTest::newRow("past AI") << "AI80=int32:1,2"
+                             << "AI80=int32:1,2: 8 bytes at address 316 lie beyond area AI (320 bytes)";
+    QTest::newRow("past SI") << "SI6=string:x"
+                             << "SI6=string:x: 256 bytes at address 1280 lie beyond area SI (1280 bytes)";
+    QTest::newRow("long string") << "SI1=string:" + QString(128, 'z')
+                                 << "SI1=string:" + QString(128, 'z') + ": a string of 128 bytes is longer than 127";
+    QTest::newRow("not Latin-1") << QString::fromUtf8("SI1=string:\u20ac")
+                                 << QString::fromUtf8("SI1=string:\u20ac: \"\u20ac\" has characters outside Latin-1");
+}
+
+void TestSimulator::badPresetsAreRefused()
+{
+    QFETCH(QString, assignment);
+    QFETCH(QString, error);
+
+    m_sim->presetTag("AI1=int32:-1");
+    QString got;
+    QVERIFY(!m_sim->presetTag(assignment, &got));
+    QCOMPARE(got, error);
+    QVERIFY(!m_sim->presetTag(assignment)); // no place for the error is fine too
+    QCOMPARE(m_sim->memory(7, 0, 8), hex("ffffffff00000000"));
+}
+
+void TestSimulator::presetOutsideAnAreaIsRefused()
+{
+    TestSupport::LogCapture log;
+    m_sim->preset(7, 318, hex("01020304"));
+    m_sim->preset(26, 0, hex("01"));
+    QCOMPARE(m_sim->memory(7, 316, 4), hex("00000000"));
+    QCOMPARE(m_sim->memory(7, 318, 4), QByteArray()); // nothing rather than a part
+    QCOMPARE(simLines(log).size(), 2);
+}
+
+void TestSimulator::pseudoTerminal()
+{
+    const QString path = m_sim->startPty();
+    QVERIFY(path.startsWith("/dev/"));
+    m_sim->presetTag("SI2=string:abc");
+    {
+        PtyClient client(path);
+        QVERIFY(client.isOpen());
+        QCOMPARE(client.exchange(hex("0401")).toHex(), QByteArray("0401"));
+        QCOMPARE(client.exchange(readFrame(28, 256, 5)).toHex(), readReply(hex("0361626300")).toHex());
+        QCOMPARE(client.exchange(writeFrame(7, 0, hex("2a"))).toHex(), QByteArray("02010000"));
+        QCOMPARE(client.exchange(readFrame(7, 0, 400), kQuietMs), QByteArray());
+    }
+    // The terminal survives its client: a new one is served as before.
+    PtyClient again(path);
+    QCOMPARE(again.exchange(readFrame(7, 0, 1)).toHex(), readReply(hex("2a")).toHex());
+    SimFaults twice;
+    twice.extraDatagram = true;
+    m_sim->setFaults(twice);
+    QCOMPARE(again.exchange(hex("0401")).toHex(), QByteArray("04010401"));
+    m_sim->sendUnsolicited(hex("ee"));
+    QCOMPARE(again.exchange(QByteArray()).toHex(), QByteArray("ee"));
+    const SimCounters counters = m_sim->counters();
+    QCOMPARE(counters.frames, 6);
+    QCOMPARE(counters.invalid, 1);
+    QCOMPARE(m_sim->frames().at(1), readFrame(28, 256, 5));
 }
 
 QTEST_GUILESS_MAIN(TestSimulator)
