@@ -7,6 +7,7 @@
 #include "SorvikProtocol.h"
 
 #include <QCoreApplication>
+#include <QDebug>
 #include <QElapsedTimer>
 #include <QSerialPort>
 #include <QTimer>
@@ -35,8 +36,10 @@ int CmdSorvik::OpenUdp(QString host, int port)
     if (!m_peerAddress.setAddress(host))
         return -1;
     // A failed bind (address not local, port taken) is not an error: sending
-    // then goes out from a port the system picks.
-    m_udp->bind(m_peerAddress, kLocalUdpPort);
+    // then goes out from a port the system picks. A socket still bound from
+    // an earlier open keeps its binding; binding it again could only fail.
+    if (m_udp->state() == QAbstractSocket::UnconnectedState)
+        m_udp->bind(m_peerAddress, kLocalUdpPort);
     if (Handshake() != 0) {
         CloseUdp();
         return -2;
@@ -239,10 +242,11 @@ void CmdSorvik::mydisconnected()
 {
     if (!m_udp || m_udp->error() == QAbstractSocket::UnknownSocketError)
         return;
-    // The error goes out as its number, the value of QAbstractSocket::SocketError.
-    LinkLog::warning(QStringLiteral("lib[Sorvik]%1:%2 %3")
-                         .arg(m_peerAddress.toString(), QString::number(m_peerPort),
-                              QString::number(static_cast<int>(m_udp->error()))));
+    // The error is named as Qt's debug stream names it, e.g. "QAbstractSocket::SocketTimeoutError".
+    QString error;
+    QDebug(&error).nospace().noquote() << m_udp->error();
+    LinkLog::warning(QStringLiteral("lib[Sorvik]%1:%2 ").arg(m_peerAddress.toString(), QString::number(m_peerPort)) +
+                     error);
 }
 
 void CmdSorvik::myreadyRead()
