@@ -10,13 +10,17 @@ const char kNumberPattern[] =
     "0[1-9][0-9][0-9]|00[1-9][0-9][0-9]|[1-9][0-9][0-9][0-9]|0[1-9][0-9][0-9][0-9]|[1-2][0-9][0-9][0-9][0-9]|"
     "3[0-1][0-9][0-9][0-9]|32[0-6][0-9][0-9]|327[0-5][0-9]|3276[0-7])";
 
-// The text up to the first digit: the only place where an area prefix can stand.
+constexpr int kLongestPrefix = 4; // DI_F and its kin
+
+// The text up to the first digit: the only place where an area prefix can
+// stand. Empty when it is too long to be one.
 QString leadingNonDigits(const QString &tag)
 {
     int end = 0;
-    while (end < tag.size() && !(tag.at(end) >= QLatin1Char('0') && tag.at(end) <= QLatin1Char('9')))
+    while (end < tag.size() && end <= kLongestPrefix &&
+           !(tag.at(end) >= QLatin1Char('0') && tag.at(end) <= QLatin1Char('9')))
         ++end;
-    return tag.left(end);
+    return end <= kLongestPrefix ? tag.left(end) : QString();
 }
 
 } // namespace
@@ -40,15 +44,18 @@ STagAddress CInductiveDrive::analyseTag(const QString &tag, int dataType) const
     STagAddress address;
     // The patterns are disjoint and each one is its prefix followed by a
     // digit, so the prefix names the only pattern that can match.
-    const int code = m_prefixCodes.value(leadingNonDigits(tag), 0);
-    if (code == 0)
+    const auto prefix = m_prefixCodes.constFind(leadingNonDigits(tag));
+    if (prefix == m_prefixCodes.cend())
         return address;
-    const QRegularExpressionMatch match = m_areaPatterns.value(code).match(tag);
+    const auto pattern = m_areaPatterns.constFind(prefix.value());
+    const QRegularExpressionMatch match = pattern.value().match(tag);
     if (!match.hasMatch())
         return address;
-    address.area = code;
-    address.areaText = match.captured(1);
-    address.number = match.capturedRef(2).toInt();
+    address.area = pattern.key();
+    address.areaText = prefix.key(); // equal to capture 1, and shared instead of copied
+    address.number = 0;
+    for (const QChar digit : match.capturedRef(2)) // ASCII digits only, by the pattern
+        address.number = address.number * 10 + (digit.unicode() - '0');
     if (dataType != TYPE_STRING)
         address.length = dataType >= 1 && dataType <= TYPE_NO_ELEMENT ? dataTypeSize(dataType) : -1;
     return address;

@@ -3,117 +3,133 @@
 #include "EngineAreas.h"
 
 #include <algorithm>
-#include <limits>
 #include <vector>
 
 using Induction::SReadInfo;
 
 namespace {
 
-using Bucket = QMap<SReadInfo, STagAddress>;
-
+// One addressable tag of the list. Tags are bucketed by sorting: by area, then
+// address, the wider tag first at one address, then by key, so that a tag
+// given twice lies next to itself.
 struct PlannedTag {
-    const SReadInfo *info;
+    int area;
     int number;
-    int size; // tagSize; the word-family pass only
+    int size; // tagSize in the word family, 0 in the bit family
+    const SReadInfo *info;
+    QString areaText;
 };
 
-// A block being filled; `start` stays a number until the block is finished.
-struct OpenBlock {
-    int first = 0;
-    qint64 extent = 0; // bit family: last number; word family: largest reach
-    std::vector<const PlannedTag *> tags;
-};
-
-SReadGroup closedBlock(const QString &areaText, int first, qint64 length, int kind)
+bool plannedBefore(const PlannedTag &a, const PlannedTag &b)
 {
-    SReadGroup group;
-    group.areaText = areaText;
-    group.start = first;
-    group.length = static_cast<int>(qBound<qint64>(-1, length, std::numeric_limits<int>::max()));
-    group.kind = kind;
-    return group;
+    if (a.area != b.area)
+        return a.area < b.area;
+    if (a.number != b.number)
+        return a.number < b.number;
+    if (a.size != b.size)
+        return a.size > b.size;
+    return *a.info < *b.info;
+}
+
+using Run = std::vector<PlannedTag>::const_iterator;
+
+// A block being cut: its tags are the run [begin, end).
+struct CutBlock {
+    Run begin;
+    Run end;
+    int first;
+    qint64 length;
+};
+
+// Points from the first address to the last; a new block where the span passes the limit.
+std::vector<CutBlock> cutPoints(Run begin, Run end, qint64 limit)
+{
+    std::vector<CutBlock> blocks;
+    for (Run entry = begin; entry != end; ++entry) {
+        if (blocks.empty() || qint64(entry->number) - blocks.back().first + 1 > limit)
+            blocks.push_back({entry, entry, entry->number, 0});
+        blocks.back().end = entry + 1;
+        blocks.back().length = qint64(entry->number) - blocks.back().first + 1;
+    }
+    return blocks;
+}
+
+// Bytes up to the farthest reach; a new block where a reach passes the limit.
+std::vector<CutBlock> cutBytes(Run begin, Run end, int width, qint64 limit)
+{
+    std::vector<CutBlock> blocks;
+    if (end - begin == 1) {
+        // A lone tag asks for its own size, and never for a single byte.
+        blocks.push_back({begin, end, begin->number, begin->size == 1 ? 2 : begin->size});
+        return blocks;
+    }
+    for (Run entry = begin; entry != end; ++entry) {
+        qint64 reach = blocks.empty() ? 0 : (qint64(entry->number) - blocks.back().first) * width + entry->size;
+        if (blocks.empty() || reach > limit) {
+            blocks.push_back({entry, entry, entry->number, 0});
+            reach = entry->size;
+        }
+        blocks.back().end = entry + 1;
+        // The farthest reach, not the last: a wide tag may end beyond a narrow one after it.
+        blocks.back().length = qMax(blocks.back().length, reach);
+    }
+    // Byte blocks ask for an even number of bytes, so one may end 1 above the limit.
+    for (CutBlock &block : blocks)
+        block.length += block.length % 2;
+    return blocks;
 }
 
 } // namespace
 
 QList<QList<SReadInfo>> CInductiveDrive::InductiveDrive_Read(const QString &connectPar, const QList<SReadInfo> &infos)
 {
-    QMap<int, Bucket> buckets;
+    std::vector<PlannedTag> tags;
+    tags.reserve(static_cast<size_t>(infos.size()));
     for (const SReadInfo &info : infos) {
         const STagAddress address = analyseTag(info.tag, info.dataType);
-        if (address.isBlank())
+        if (address.isBlank()) {
             m_cannotRead[connectPar].append(info);
-        else
-            buckets[address.area].insert(info, address);
+            continue;
+        }
+        const bool bytes = EngineAreas::family(address.area) == EngineAreas::Family::Word;
+        tags.push_back({address.area, address.number, bytes ? tagSize(info) : 0, &info, address.areaText});
     }
+    std::stable_sort(tags.begin(), tags.end(), plannedBefore);
+    tags.erase(std::unique(tags.begin(), tags.end(),
+                           [](const PlannedTag &a, const PlannedTag &b) { return *a.info == *b.info; }),
+               tags.end());
 
     QList<SReadGroup> blocks;
-    for (auto bucket = buckets.cbegin(); bucket != buckets.cend(); ++bucket) {
-        const Bucket &tags = bucket.value();
+    for (Run areaBegin = tags.cbegin(); areaBegin != tags.cend();) {
+        const int area = areaBegin->area;
+        const Run areaEnd =
+            std::find_if(areaBegin, tags.cend(), [area](const PlannedTag &tag) { return tag.area != area; });
         // One spelling for the whole area: that of the tag last in key order.
-        const QString areaText = tags.last().areaText;
-        std::vector<PlannedTag> entries;
-        entries.reserve(static_cast<size_t>(tags.size()));
-        for (auto tag = tags.cbegin(); tag != tags.cend(); ++tag)
-            entries.push_back({&tag.key(), tag.value().number, 0});
+        Run last = areaBegin;
+        for (Run tag = areaBegin; tag != areaEnd; ++tag)
+            if (*last->info < *tag->info)
+                last = tag;
+        const QString areaText = last->areaText;
 
-        QList<SReadGroup> planned;
-        std::vector<OpenBlock> open;
-        if (EngineAreas::family(bucket.key()) == EngineAreas::Family::Bit) {
-            std::stable_sort(entries.begin(), entries.end(),
-                             [](const PlannedTag &a, const PlannedTag &b) { return a.number < b.number; });
-            for (const PlannedTag &entry : entries) {
-                const qint64 span = qint64(entry.number) - (open.empty() ? entry.number : open.back().first) + 1;
-                if (open.empty() || (span > m_readPointLimit && !open.back().tags.empty()))
-                    open.push_back({entry.number, entry.number, {}});
-                open.back().tags.push_back(&entry);
-                open.back().extent = entry.number;
-            }
-            for (const OpenBlock &block : open)
-                planned.append(closedBlock(areaText, block.first, block.extent - block.first + 1, 2));
-        } else {
-            for (PlannedTag &entry : entries)
-                entry.size = tagSize(*entry.info);
-            std::stable_sort(entries.begin(), entries.end(), [](const PlannedTag &a, const PlannedTag &b) {
-                return a.number != b.number ? a.number < b.number : a.size > b.size;
-            });
-            const int addressWidth = EngineAreas::width(bucket.key());
-            if (entries.size() == 1) {
-                const PlannedTag &only = entries.front();
-                open.push_back({only.number, only.size == 1 ? 2 : only.size, {&only}});
-            } else {
-                for (const PlannedTag &entry : entries) {
-                    const int first = open.empty() ? entry.number : open.back().first;
-                    qint64 reach = (qint64(entry.number) - first) * addressWidth + entry.size;
-                    if (open.empty() || (reach > m_readByteLimit && !open.back().tags.empty())) {
-                        open.push_back({entry.number, 0, {}});
-                        reach = entry.size;
-                    }
-                    open.back().tags.push_back(&entry);
-                    open.back().extent = qMax(open.back().extent, reach);
-                }
-                // Byte blocks ask for an even number of bytes, so one may end 1 above the limit.
-                for (OpenBlock &block : open)
-                    block.extent += block.extent % 2;
-            }
-            for (const OpenBlock &block : open)
-                planned.append(closedBlock(areaText, block.first, block.extent, 1));
-        }
-
-        // Finish: place every tag and turn the start into text.
+        const bool points = EngineAreas::family(area) == EngineAreas::Family::Bit;
+        const std::vector<CutBlock> cut = points
+                                              ? cutPoints(areaBegin, areaEnd, m_readPointLimit)
+                                              : cutBytes(areaBegin, areaEnd, EngineAreas::width(area), m_readByteLimit);
         // The width of a place follows the block's spelling: a lower-case prefix has none.
         const int placeWidth = EngineAreas::width(areaCode(areaText));
-        for (int i = 0; i < planned.size(); ++i) {
-            SReadGroup &group = planned[i];
-            const int first = open[static_cast<size_t>(i)].first;
-            for (const PlannedTag *entry : open[static_cast<size_t>(i)].tags)
-                group.tags.insert(*entry->info, {EngineAreas::offsetInBlock(bucket.key(), entry->number, first,
-                                                                            entry->info->dataType),
-                                                 placeWidth});
-            group.start = QString::number(first);
+        for (const CutBlock &block : cut) {
+            SReadGroup group;
+            group.areaText = areaText;
+            group.start = QString::number(block.first);
+            group.length = static_cast<int>(block.length);
+            group.kind = points ? 2 : 1;
+            for (Run tag = block.begin; tag != block.end; ++tag)
+                group.tags.insert(
+                    *tag->info,
+                    {EngineAreas::offsetInBlock(area, tag->number, block.first, tag->info->dataType), placeWidth});
+            blocks.append(group);
         }
-        blocks.append(planned);
+        areaBegin = areaEnd;
     }
 
     QList<QList<SReadInfo>> keys;
