@@ -11,6 +11,7 @@
 SimServer::SimServer(SimCore *core) : m_core(core), m_delayTimer(new QTimer(this))
 {
     m_delayTimer->setSingleShot(true);
+    m_delayTimer->setTimerType(Qt::PreciseTimer);
     connect(m_delayTimer, &QTimer::timeout, this, [this] { sendDue(); });
     m_clock.start();
 }

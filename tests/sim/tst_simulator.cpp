@@ -1,11 +1,16 @@
 #include "TestSupport.h"
 #include "link/SorvikProtocol.h"
+#include "sim/SimController.h"
+#include "sim/SimPresets.h"
 #include "sim/SorvikSimulator.h"
 
 #include <QElapsedTimer>
 #include <QNetworkDatagram>
+#include <QSerialPort>
 #include <QUdpSocket>
 #include <QtTest>
+
+#include <random>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -174,6 +179,8 @@ private slots:
     void badPresetsAreRefused();
     void presetOutsideAnAreaIsRefused();
     void pseudoTerminal();
+    void pseudoTerminalServesASerialPort();
+    void anyBytesAreSafe();
 
 private:
     std::unique_ptr<SorvikSimulator> m_sim;
@@ -566,6 +573,65 @@ void TestSimulator::pseudoTerminal()
     QCOMPARE(counters.frames, 6);
     QCOMPARE(counters.invalid, 1);
     QCOMPARE(m_sim->frames().at(1), readFrame(28, 256, 5));
+}
+
+// The drive reaches a terminal through QSerialPort, opening and closing it as
+// connections come and go.
+void TestSimulator::pseudoTerminalServesASerialPort()
+{
+    const QString path = m_sim->startPty();
+    for (int round = 0; round < 2; ++round) {
+        QSerialPort port(path);
+        QVERIFY2(port.open(QIODevice::ReadWrite), qPrintable(port.errorString()));
+        QVERIFY(port.setBaudRate(9600) && port.setDataBits(QSerialPort::Data8) &&
+                port.setParity(QSerialPort::NoParity));
+        port.write(hex("0401"));
+        QVERIFY(port.waitForBytesWritten(100));
+        QByteArray reply;
+        while (port.waitForReadyRead(reply.isEmpty() ? 1000 : kQuietMs))
+            reply += port.readAll();
+        QCOMPARE(reply.toHex(), QByteArray("0401"));
+    }
+    QCOMPARE(m_sim->counters().handshakes, 2);
+}
+
+// Random frames, most of them with a plausible head, and random assignments:
+// nothing may crash, and every read that is answered carries its length.
+void TestSimulator::anyBytesAreSafe()
+{
+    std::mt19937 random(5);
+    const auto byte = [&random] { return char(random() & 0xFF); };
+    SimController controller;
+    for (int i = 0; i < 20000; ++i) {
+        QByteArray frame(int(random() % 24), '\0');
+        for (char &b : frame)
+            b = byte();
+        if (!frame.isEmpty() && i % 4 != 0)
+            frame[0] = char(1 + random() % 2);
+        if (frame.size() > 4 && i % 3 != 0)
+            frame[4] = char(random() % 32);
+        if (frame.size() > 8 && i % 2 == 0)
+            frame[8] = frame[5] = frame[6] = '\0';
+        const SimAnswer answer = controller.answer(frame);
+        if (answer.kind == SimAnswer::Kind::Read)
+            QCOMPARE(answer.reply.size(), 4 + int(SorvikProtocol::get24(frame.constData() + 8)));
+        QCOMPARE(answer.kind == SimAnswer::Kind::Invalid, !answer.reason.isEmpty());
+    }
+
+    const QStringList pieces{"AI",     "SI",      "DI_F", "Custom", "9",  "0",   "=",      ":", ",",
+                             "string", "int64be", "bool", "-",      "0x", "1e9", "\u00e9", " "};
+    for (int i = 0; i < 5000; ++i) {
+        QString assignment;
+        for (int n = int(random() % 8); n > 0; --n)
+            assignment += pieces.at(int(random() % pieces.size()));
+        SimPreset preset;
+        QString error;
+        if (SimPresets::parse(assignment, &preset, &error))
+            QVERIFY(
+                controller.memory().write(preset.area, preset.address, preset.bytes.constData(), preset.bytes.size()));
+        else
+            QVERIFY(error.startsWith(assignment + ": "));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestSimulator)
