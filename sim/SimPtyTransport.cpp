@@ -52,7 +52,12 @@ void SimPtyTransport::readMaster()
         }
         if (got < 0 && errno == EINTR)
             continue;
-        break; // nothing more for now (EAGAIN), or nothing that reading again would change
+        if (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+            // The notifier would fire again at once and forever; the terminal is of no more use.
+            qCWarning(lcSim, "pseudo-terminal no longer readable: %s", std::strerror(errno));
+            m_notifier->setEnabled(false);
+        }
+        return;
     }
 }
 

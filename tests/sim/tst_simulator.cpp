@@ -180,6 +180,7 @@ private slots:
     void presetOutsideAnAreaIsRefused();
     void pseudoTerminal();
     void pseudoTerminalServesASerialPort();
+    void serialPort();
     void anyBytesAreSafe();
 
 private:
@@ -593,6 +594,32 @@ void TestSimulator::pseudoTerminalServesASerialPort()
         QCOMPARE(reply.toHex(), QByteArray("0401"));
     }
     QCOMPARE(m_sim->counters().handshakes, 2);
+}
+
+// A second simulator serves the first one's terminal as its serial port. It
+// stays silent itself, so what it records is what the first one answered.
+void TestSimulator::serialPort()
+{
+    const QString path = m_sim->startPty();
+    SorvikSimulator onSerial;
+    {
+        TestSupport::LogCapture log;
+        QVERIFY(!onSerial.startSerial(path, 9600, 8, 1, "Even?"));
+        QVERIFY(!onSerial.startSerial(path, 9600, 9, 1, "N"));
+        QVERIFY(!onSerial.startSerial("/nonexistent/tty", 9600, 8, 1, "N"));
+        QCOMPARE(simLines(log), (QStringList{"serial settings not understood: 9600,8,1,Even?",
+                                             "serial settings not understood: 9600,9,1,N",
+                                             "cannot open serial port /nonexistent/tty: No such file or directory"}));
+    }
+    QVERIFY(onSerial.startSerial(path, 115200, 8, 1, "n"));
+    SimFaults silent;
+    silent.silent = true;
+    onSerial.setFaults(silent);
+
+    onSerial.sendUnsolicited(hex("0401"));
+    QVERIFY(tookFrames(onSerial, 1));
+    QCOMPARE(onSerial.frames(), QList<QByteArray>{hex("0401")});
+    QCOMPARE(m_sim->frames(), QList<QByteArray>{hex("0401")});
 }
 
 // Random frames, most of them with a plausible head, and random assignments:
