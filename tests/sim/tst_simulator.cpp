@@ -221,7 +221,6 @@ void TestSimulator::reads_data()
     QTest::newRow("floats NAO1000") << "NAO1000=float:1,-2" << hex("010101001200 9c0f 000800")
                                     << readReply(hex("0000803f000000c0"));
     QTest::newRow("int64be AI1") << "AI1=int64be:1" << readFrame(7, 0, 8) << readReply(hex("0000000000000001"));
-    QTest::newRow("int64 AI1") << "AI1=int64:1" << readFrame(7, 0, 8) << readReply(hex("0100000000000000"));
     QTest::newRow("double LW2") << "LW2=double:1" << readFrame(24, 4, 8) << readReply(hex("000000000000f03f"));
     // Pair areas: SA counts by 2, Custom by 1.
     QTest::newRow("int16 SA2") << "SA2=int16:4660,-1" << readFrame(14, 2, 4) << readReply(hex("3412ffff"));
@@ -230,12 +229,10 @@ void TestSimulator::reads_data()
     QTest::newRow("bools DI5") << "DI5=bool:1,0,true" << readFrame(1, 4, 3) << readReply(hex("010001"));
     QTest::newRow("uint8 DO4 bits") << "DO4=uint8:1,0x83" << readFrame(4, 3, 16)
                                     << readReply(hex("0100000000000000 0101000000000001"));
-    QTest::newRow("DI_F after DI") << "DI_F1=bool:1" << readFrame(2, 0, 1) << readReply(hex("01"));
     // Strings: a 256-byte block on area 28, length byte and text elsewhere.
     QTest::newRow("string SI2") << "SI2=string:abc" << readFrame(28, 256, 8) << readReply(hex("0361626300000000"));
     QTest::newRow("two strings SI1") << "SI1=string:a,bc" << readFrame(28, 255, 4) << readReply(hex("00026263"));
     QTest::newRow("string AO2") << "AO2=string:hi" << readFrame(10, 4, 4) << readReply(hex("02686900"));
-    QTest::newRow("empty string") << "SI5=string:" << readFrame(28, 1024, 2) << readReply(hex("0000"));
     QTest::newRow("length 0") << "AI1=int32:1" << readFrame(7, 0, 0) << readReply(QByteArray());
     QTest::newRow("end of Custom") << "Custom2097152=int8:-1" << readFrame(29, 2097151, 1) << readReply(hex("ff"));
 }
@@ -287,15 +284,12 @@ void TestSimulator::invalidFramesAreAnsweredBySilence_data()
 
     QTest::newRow("empty") << QByteArray() << "empty frame";
     QTest::newRow("one byte") << hex("01") << "read request of 1 bytes, a read has 11";
-    QTest::newRow("handshake cut") << hex("04") << "handshake frame of 1 bytes is not 04 01";
     QTest::newRow("handshake 04 02") << hex("0402") << "handshake frame of 2 bytes is not 04 01";
     QTest::newRow("function 03") << hex("0301010007000000000400") << "unknown function byte 0x03";
     QTest::newRow("read too long") << readFrame(7, 0, 4) + "x"
                                    << "read request of 12 bytes, a read has 11";
     QTest::newRow("write cut") << hex("0201010007") << "write request of 5 bytes is shorter than its head of 11";
     QTest::newRow("area 0") << readFrame(0, 0, 1) << "read of unknown area code 0";
-    QTest::newRow("area 25") << readFrame(25, 0, 1) << "read of unknown area code 25";
-    QTest::newRow("write area 255") << writeFrame(255, 0, hex("01")) << "write to unknown area code 255";
     QTest::newRow("read past AI") << readFrame(7, 317, 4)
                                   << "read of 4 bytes at address 317 lies beyond area 7 (320 bytes)";
     QTest::newRow("index -1") << readFrame(7, -4, 4)
@@ -355,7 +349,6 @@ void TestSimulator::faults_data()
     f = {};
     f.silent = true;
     QTest::newRow("silent") << f << read << QList<QByteArray>();
-    QTest::newRow("silent handshake") << f << hex("0401") << QList<QByteArray>();
     f = {};
     f.dropShare = 1.0;
     QTest::newRow("drop all") << f << read << QList<QByteArray>();
@@ -367,7 +360,6 @@ void TestSimulator::faults_data()
     f.truncateTo = 2;
     QTest::newRow("truncate") << f << read << QList<QByteArray>{hex("0101")};
     f.truncateTo = 0;
-    QTest::newRow("truncate to nothing") << f << write << QList<QByteArray>{QByteArray()};
     f = {};
     f.padReplies = true;
     QTest::newRow("pad") << f << read << QList<QByteArray>{reply + QByteArray(1464, '\0')};
@@ -457,10 +449,8 @@ void TestSimulator::presets_data()
     QTest::newRow("hex uint32") << "AI2=uint32:0xFFFFFFFF" << 7 << 4 << hex("ffffffff");
     QTest::newRow("int8 bits") << "NDI3=int8:-128" << 15 << 2 << hex("0000000000000001");
     QTest::newRow("AO_F counts by 1") << "AO_F2=int32:1" << 11 << 1 << hex("01000000");
-    QTest::newRow("AI_S counts by 4") << "AI_S2=uint16:258" << 9 << 4 << hex("0201");
     QTest::newRow("int64 min") << "HAI1=int64:-9223372036854775808" << 21 << 0 << hex("0000000000000080");
     QTest::newRow("uint64be") << "LA1=uint64be:0x0102030405060708" << 23 << 0 << hex("0102030405060708");
-    QTest::newRow("spaces and case") << " LD1 = BOOL : FALSE, 1" << 22 << 0 << hex("0001");
     QTest::newRow("127 characters") << "SI5=string:" + QString(127, 'z') << 28 << 1024
                                     << hex("7f") + QByteArray(127, 'z');
     QTest::newRow("Latin-1") << QString::fromUtf8("SI1=string:\u00e9") << 28 << 0 << hex("01e900");
@@ -487,30 +477,20 @@ void TestSimulator::badPresetsAreRefused_data()
                              << "AI1=42: expected TAG=TYPE:VALUE";
     QTest::newRow("no prefix") << "XY1=int32:1"
                                << "XY1=int32:1: no area prefix in tag \"XY1\"";
-    QTest::newRow("lower case") << "ai1=int32:1"
-                                << "ai1=int32:1: no area prefix in tag \"ai1\"";
     QTest::newRow("no number") << "AI=int32:1"
                                << "AI=int32:1: tag \"AI\" needs an element number from 1";
     QTest::newRow("number 0") << "AI0=int32:1"
                               << "AI0=int32:1: tag \"AI0\" needs an element number from 1";
-    QTest::newRow("not digits") << "AI1x=int32:1"
-                                << "AI1x=int32:1: tag \"AI1x\" needs an element number from 1";
-    QTest::newRow("huge number") << "AI99999999999=int32:1"
-                                 << "AI99999999999=int32:1: tag \"AI99999999999\" needs an element number from 1";
     QTest::newRow("unknown type") << "AI1=int33:1"
                                   << "AI1=int33:1: unknown type \"int33\"";
     QTest::newRow("int8 range") << "AI1=int8:128"
                                 << "AI1=int8:128: \"128\" is no int8 value";
     QTest::newRow("negative uint8") << "AI1=uint8:-1"
                                     << "AI1=uint8:-1: \"-1\" is no uint8 value";
-    QTest::newRow("negative uint64") << "AI1=uint64:-1"
-                                     << "AI1=uint64:-1: \"-1\" is no uint64 value";
     QTest::newRow("int64 range") << "AI1=int64:9223372036854775808"
                                  << "AI1=int64:9223372036854775808: \"9223372036854775808\" is no int64 value";
     QTest::newRow("bool 2") << "DI1=bool:2"
                             << "DI1=bool:2: \"2\" is no bool value";
-    QTest::newRow("float text") << "AI1=float:abc"
-                                << "AI1=float:abc: \"abc\" is no float value";
     QTest::newRow("float overflow") << "AI1=float:1e39"
                                     << "AI1=float:1e39: \"1e39\" is no float value";
     QTest::newRow("empty value") << "AI1=int32:1,"
