@@ -21,8 +21,7 @@ int boundedCount(int count, const QByteArray &data, int width)
 }
 
 // Element i of width sizeof(T), least significant byte first.
-template <typename T>
-T littleEndianAt(const QByteArray &data, qint64 offset)
+template <typename T> T littleEndianAt(const QByteArray &data, qint64 offset)
 {
     if (offset + qint64(sizeof(T)) <= data.size())
         return ElementBytes::fromLittleEndian<T>(data.constData() + offset);
@@ -32,8 +31,7 @@ T littleEndianAt(const QByteArray &data, qint64 offset)
     return ElementBytes::fromLittleEndian<T>(bytes);
 }
 
-template <typename T>
-QVariant decodeLittleEndian(const QByteArray &data, int count)
+template <typename T> QVariant decodeLittleEndian(const QByteArray &data, int count)
 {
     const int n = boundedCount(count, data, sizeof(T));
     QList<T> list;
@@ -44,8 +42,7 @@ QVariant decodeLittleEndian(const QByteArray &data, int count)
 }
 
 // The 64-bit integers alone come most significant byte first.
-template <typename T>
-QVariant decodeBigEndian64(const QByteArray &data, int count)
+template <typename T> QVariant decodeBigEndian64(const QByteArray &data, int count)
 {
     const int n = boundedCount(count, data, 8);
     QList<T> list;

@@ -8,8 +8,7 @@
 
 namespace {
 
-template <typename T>
-int encode(const CLabelVariable &label, int count, QByteArray *payload)
+template <typename T> int encode(const CLabelVariable &label, int count, QByteArray *payload)
 {
     if (!payload || !SorvikValues::holdsConvertible<T>(label.value))
         return 0;

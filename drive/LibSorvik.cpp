@@ -51,20 +51,15 @@ QString LibSorvik::getversion_number()
 QString LibSorvik::DebugCmd(EDebugCmdType cmd)
 {
     switch (cmd) {
-    case DEBUG_START:
-        m_cmd.m_debug = true;
-        return QStringLiteral("StartDebug");
-    case DEBUG_STOP:
-        m_cmd.m_debug = false;
-        return QStringLiteral("StopDebug");
+    case DEBUG_START: m_cmd.m_debug = true; return QStringLiteral("StartDebug");
+    case DEBUG_STOP: m_cmd.m_debug = false; return QStringLiteral("StopDebug");
     case DEBUG_VERSION:
         return QStringLiteral("v%1.%2.%3 %4 %5")
             .arg(kVersionMajor)
             .arg(kVersionMinor)
             .arg(kVersionPatch)
             .arg(buildDate(), buildTime());
-    case DEBUG_DRIVE_NAME:
-        return getDriveName();
+    case DEBUG_DRIVE_NAME: return getDriveName();
     }
     return QString();
 }

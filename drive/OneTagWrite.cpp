@@ -86,8 +86,7 @@ CLabelVariable LibSorvik::WriteVariable(QString tag, DataType type, CLabelVariab
     return label;
 }
 
-CLabelVariable LibSorvik::Write_data(int area, int index, DataType type, CLabelVariable label, int count,
-                                     QString tag)
+CLabelVariable LibSorvik::Write_data(int area, int index, DataType type, CLabelVariable label, int count, QString tag)
 {
     const int bytes = getBytelen(type, count, area);
     if (bytes == 0 || count == 0) {
