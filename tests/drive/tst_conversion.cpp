@@ -1,0 +1,225 @@
+// Reply bytes to values and values to payload bytes.
+
+#include "drive/LibSorvik.h"
+
+#include "DriveTestSupport.h"
+#include "TestSupport.h"
+
+#include <QtTest>
+
+#include <limits>
+
+using DriveTest::listOf;
+using TestSupport::hex;
+
+namespace {
+
+CLabelVariable recordOf(const QVariant &value)
+{
+    CLabelVariable record;
+    record.value = value;
+    return record;
+}
+
+} // namespace
+
+class TestConversion : public QObject
+{
+    Q_OBJECT
+
+    LibSorvik m_drive;
+
+    QVariant decode(int type, const QByteArray &data, int count);
+    QByteArray encode(int type, const QVariant &value, int count);
+
+private slots:
+    void decoding_data();
+    void decoding();
+    void encoding_data();
+    void encoding();
+    void roundTrip_data();
+    void roundTrip();
+    void int64ReadsMostSignificantFirst();
+    void hugeCountStaysBounded();
+};
+
+QVariant TestConversion::decode(int type, const QByteArray &data, int count)
+{
+    switch (type) {
+    case TYPE_BOOL: return m_drive.set_variant_bool(data, count);
+    case TYPE_INT8: return m_drive.set_variant_Int8(data, count);
+    case TYPE_UINT8: return m_drive.set_variant_UInt8(data, count);
+    case TYPE_INT16: return m_drive.set_variant_Int16(data, count);
+    case TYPE_UINT16: return m_drive.set_variant_UInt16(data, count);
+    case TYPE_INT32: return m_drive.set_variant_Int32(data, count);
+    case TYPE_UINT32: return m_drive.set_variant_UInt32(data, count);
+    case TYPE_FLOAT: return m_drive.set_variant_fload(data, count);
+    case TYPE_INT64: return m_drive.set_variant_Int64(data, count);
+    case TYPE_UINT64: return m_drive.set_variant_UInt64(data, count);
+    case TYPE_DOUBLE: return m_drive.set_variant_double(data, count);
+    case TYPE_STRING: return m_drive.set_variant_string(data, count);
+    }
+    return QVariant();
+}
+
+QByteArray TestConversion::encode(int type, const QVariant &value, int count)
+{
+    QByteArray payload;
+    const CLabelVariable record = recordOf(value);
+    switch (type) {
+    case TYPE_BOOL: m_drive.Wset_variant_bool(record, count, &payload); break;
+    case TYPE_INT8: m_drive.Wset_variant_Int8(record, count, &payload); break;
+    case TYPE_UINT8: m_drive.Wset_variant_UInt8(record, count, &payload); break;
+    case TYPE_INT16: m_drive.Wset_variant_Int16(record, count, &payload); break;
+    case TYPE_UINT16: m_drive.Wset_variant_uInt16(record, count, &payload); break;
+    case TYPE_INT32: m_drive.Wset_variant_Int32(record, count, &payload); break;
+    case TYPE_UINT32: m_drive.Wset_variant_UInt32(record, count, &payload); break;
+    case TYPE_FLOAT: m_drive.Wset_variant_float(record, count, &payload); break;
+    case TYPE_INT64: m_drive.Wset_variant_Int64(record, count, &payload); break;
+    case TYPE_UINT64: m_drive.Wset_variant_UInt64(record, count, &payload); break;
+    case TYPE_DOUBLE: m_drive.Wset_variant_double(record, count, &payload); break;
+    case TYPE_STRING: m_drive.Wset_variant_string(record, count, &payload); break;
+    }
+    return payload;
+}
+
+void TestConversion::decoding_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QVariant>("expected");
+
+    QTest::newRow("Int16") << 4 << hex("3412ffff") << 2 << listOf<short>({4660, -1});
+    QTest::newRow("UInt16") << 5 << hex("3412ffff") << 2 << listOf<ushort>({4660, 65535});
+    QTest::newRow("Int32") << 6 << hex("2a000000") << 1 << listOf<int>({42});
+    QTest::newRow("UInt32 top bit") << 7 << hex("000000ff") << 1 << listOf<uint>({0xFF000000u});
+    QTest::newRow("float") << 8 << hex("0000803f") << 1 << listOf<float>({1.0f});
+    QTest::newRow("Int64 most significant first") << 9 << hex("0000000000000001") << 1 << listOf<qlonglong>({1});
+    QTest::newRow("Int64 negative") << 9 << hex("fffffffffffffffe") << 1 << listOf<qlonglong>({-2});
+    QTest::newRow("UInt64") << 10 << hex("8000000000000000") << 1 << listOf<qulonglong>({1ull << 63});
+    QTest::newRow("double") << 11 << hex("000000000000f03f") << 1 << listOf<double>({1.0});
+    QTest::newRow("Int8") << 2 << hex("ff7f") << 2 << listOf<char>({char(-1), char(127)});
+    QTest::newRow("UInt8") << 3 << hex("ff7f") << 2 << listOf<uchar>({255, 127});
+    QTest::newRow("bool any non-zero") << 1 << hex("0200ff") << 3 << listOf<bool>({true, false, true});
+    QTest::newRow("bool past the end") << 1 << hex("01") << 2 << listOf<bool>({true, false});
+    QTest::newRow("Int32 half inside") << 6 << hex("010000000201") << 2 << listOf<int>({1, 0x0102});
+    QTest::newRow("Int64 half inside") << 9 << hex("01") << 1 << listOf<qlonglong>({1ll << 56});
+    QTest::newRow("double no data") << 11 << QByteArray() << 2 << listOf<double>({0.0, 0.0});
+    QTest::newRow("longer data ignored") << 4 << hex("010002000300") << 2 << listOf<short>({1, 2});
+    QTest::newRow("count 0") << 6 << hex("2a000000") << 0 << listOf<int>({});
+    QTest::newRow("negative count") << 12 << hex("0161") << -3 << listOf<QString>({});
+    QTest::newRow("strings") << 12 << hex("03616263017a") << 2 << listOf<QString>({"abc", "z"});
+    QTest::newRow("string then empties") << 12 << hex("0161") << 3 << listOf<QString>({"a", "", ""});
+    QTest::newRow("string cut at NUL") << 12 << hex("03610062017a") << 2 << listOf<QString>({"a", "z"});
+    QTest::newRow("empty string eats one byte") << 12 << hex("0002787901") << 2 << listOf<QString>({"", "xy"});
+    QTest::newRow("string longer than data") << 12 << hex("056162") << 2 << listOf<QString>({"ab", ""});
+    QTest::newRow("negative length byte") << 12 << hex("ff0161") << 2 << listOf<QString>({"", "a"});
+}
+
+void TestConversion::decoding()
+{
+    QFETCH(int, type);
+    QFETCH(QByteArray, data);
+    QFETCH(int, count);
+    QFETCH(QVariant, expected);
+    COMPARE_VALUE(type, decode(type, data, count), expected);
+}
+
+void TestConversion::encoding_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QByteArray>("payload");
+
+    QTest::newRow("Int16") << 4 << listOf<short>({4660, -1}) << 2 << hex("3412ffff");
+    QTest::newRow("UInt16") << 5 << listOf<ushort>({65535, 1}) << 2 << hex("ffff0100");
+    QTest::newRow("Int32") << 6 << listOf<int>({42}) << 1 << hex("2a000000");
+    QTest::newRow("UInt32") << 7 << listOf<uint>({0x01020304u}) << 1 << hex("04030201");
+    QTest::newRow("float") << 8 << listOf<float>({1.0f}) << 1 << hex("0000803f");
+    QTest::newRow("Int64 least significant first") << 9 << listOf<qlonglong>({1}) << 1 << hex("0100000000000000");
+    QTest::newRow("UInt64") << 10 << listOf<qulonglong>({0x0102030405060708ull}) << 1 << hex("0807060504030201");
+    QTest::newRow("double") << 11 << listOf<double>({1.0}) << 1 << hex("000000000000f03f");
+    QTest::newRow("bool one byte each") << 1 << listOf<bool>({true, false, true}) << 3 << hex("010001");
+    QTest::newRow("Int8") << 2 << listOf<char>({1, 2, 3}) << 3 << hex("010203");
+    QTest::newRow("UInt8") << 3 << listOf<uchar>({200}) << 1 << hex("c8");
+    QTest::newRow("first element only") << 6 << listOf<int>({7, 8, 9}) << 1 << hex("07000000");
+    QTest::newRow("count 0") << 6 << listOf<int>({7}) << 0 << QByteArray();
+    QTest::newRow("other list type") << 6 << listOf<double>({7.0}) << 1 << QByteArray();
+    QTest::newRow("single number") << 6 << QVariant(42) << 1 << QByteArray();
+    QTest::newRow("invalid value") << 11 << QVariant() << 1 << QByteArray();
+    QTest::newRow("short list gives what it holds") << 4 << listOf<short>({1}) << 3 << hex("0100");
+    QTest::newRow("string") << 12 << listOf<QString>({"abc"}) << 1 << hex("03616263");
+    QTest::newRow("empty string") << 12 << listOf<QString>({""}) << 1 << hex("00");
+    QTest::newRow("Latin-1 text") << 12 << listOf<QString>({QString::fromUtf8("\xc3\xa9")}) << 1 << hex("01e9");
+    QTest::newRow("outside Latin-1") << 12 << listOf<QString>({QString::fromUtf8("\xe2\x82\xac")}) << 1 << hex("013f");
+    QTest::newRow("last string wins") << 12 << listOf<QString>({"ab", "c"}) << 2 << hex("0163");
+}
+
+void TestConversion::encoding()
+{
+    QFETCH(int, type);
+    QFETCH(QVariant, value);
+    QFETCH(int, count);
+    QFETCH(QByteArray, payload);
+    QCOMPARE(encode(type, value, count).toHex(), payload.toHex());
+}
+
+void TestConversion::roundTrip_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<int>("count");
+
+    QTest::newRow("bool") << 1 << listOf<bool>({true, false, true, true}) << 4;
+    QTest::newRow("Int8") << 2 << listOf<char>({-128, 0, 127}) << 3;
+    QTest::newRow("UInt8") << 3 << listOf<uchar>({0, 128, 255}) << 3;
+    QTest::newRow("Int16") << 4 << listOf<short>({-32768, -1, 32767}) << 3;
+    QTest::newRow("UInt16") << 5 << listOf<ushort>({0, 40000, 65535}) << 3;
+    QTest::newRow("Int32") << 6 << listOf<int>({std::numeric_limits<int>::min(), -1, 123456789}) << 3;
+    QTest::newRow("UInt32") << 7 << listOf<uint>({0u, 0x80000000u, 0xFFFFFFFFu}) << 3;
+    QTest::newRow("float") << 8 << listOf<float>({-1.5f, 3.25e10f, std::numeric_limits<float>::denorm_min()}) << 3;
+    QTest::newRow("double") << 11 << listOf<double>({-0.1, 1e300, std::numeric_limits<double>::lowest()}) << 3;
+    QTest::newRow("one string") << 12 << listOf<QString>({"hello world"}) << 1;
+}
+
+// Every width reads back what it wrote; the 64-bit integers are the exception
+// and have a test of their own.
+void TestConversion::roundTrip()
+{
+    QFETCH(int, type);
+    QFETCH(QVariant, value);
+    QFETCH(int, count);
+    const QByteArray payload = encode(type, value, count);
+    if (type != TYPE_STRING)
+        QCOMPARE(payload.size(), count * dataTypeSize(type));
+    COMPARE_VALUE(type, decode(type, payload, count), value);
+}
+
+void TestConversion::int64ReadsMostSignificantFirst()
+{
+    const QByteArray written = encode(TYPE_INT64, listOf<qlonglong>({1}), 1);
+    QCOMPARE(written, hex("0100000000000000"));
+    COMPARE_VALUE(TYPE_INT64, decode(TYPE_INT64, written, 1), listOf<qlonglong>({qlonglong(1) << 56}));
+
+    const QByteArray unsignedWritten = encode(TYPE_UINT64, listOf<qulonglong>({0x0102030405060708ull}), 1);
+    COMPARE_VALUE(TYPE_UINT64, decode(TYPE_UINT64, unsignedWritten, 1), listOf<qulonglong>({0x0807060504030201ull}));
+}
+
+// A direct caller's huge count must neither exhaust memory nor take long;
+// every element that can hold data is still there.
+void TestConversion::hugeCountStaysBounded()
+{
+    const QVariant value = m_drive.set_variant_double(hex("000000000000f03f"), std::numeric_limits<int>::max());
+    const QList<double> list = value.value<QList<double>>();
+    QVERIFY(!list.isEmpty());
+    QCOMPARE(list.first(), 1.0);
+    QVERIFY(list.size() < 100000);
+
+    const QVariant strings = m_drive.set_variant_string(hex("0161"), std::numeric_limits<int>::max());
+    QCOMPARE(strings.value<QList<QString>>().first(), QStringLiteral("a"));
+}
+
+QTEST_GUILESS_MAIN(TestConversion)
+#include "tst_conversion.moc"
