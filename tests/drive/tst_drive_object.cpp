@@ -1,0 +1,275 @@
+// The drive as a host meets it: loading, identity, debug switch and connection.
+
+#include "drive/LibSorvik.h"
+#include "sim/SorvikSimulator.h"
+
+#include "DriveTestSupport.h"
+#include "TestSupport.h"
+
+#include <QLibrary>
+#include <QRegularExpression>
+#include <QtTest>
+
+using DriveTest::udpText;
+using TestSupport::hex;
+
+namespace {
+
+// The compiler's date text of this test, read without the drive's code.
+QDate compilerDate()
+{
+    static const char months[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    const QByteArray text(__DATE__);
+    const int month = int(QByteArray(months).indexOf(text.left(3))) / 3 + 1;
+    return QDate(text.mid(7, 4).toInt(), month, text.mid(4, 2).trimmed().toInt());
+}
+
+} // namespace
+
+class TestDriveObject : public QObject
+{
+    Q_OBJECT
+
+    QLibrary m_library{QStringLiteral(SORVIK_LIBRARY_FILE)};
+    QList<CDriveBaseClass *> m_drives;
+    SorvikSimulator m_sim;
+    quint16 m_port = 0;
+
+    // A new drive, made the way a host makes it.
+    CDriveBaseClass *makeDrive();
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void factoryGivesTheInterfacePart();
+    void identity();
+    void versionText();
+    void debugSwitchLogsFrames();
+    void setDataInfoDoesNothing();
+    void setConnectPar();
+    void connect_data();
+    void connect();
+    void portThatIsNoNumber();
+    void disconnectBranches();
+    void destroyFree();
+    void serialOverPseudoTerminal();
+    void serialWithEmptyFields();
+};
+
+CDriveBaseClass *TestDriveObject::makeDrive()
+{
+    const auto make = reinterpret_cast<GetSharedLibraryFunction>(m_library.resolve("getSharedLibrary"));
+    if (!make)
+        return nullptr;
+    m_drives << make();
+    return m_drives.last();
+}
+
+void TestDriveObject::initTestCase()
+{
+    QVERIFY2(m_library.load(), qPrintable(m_library.errorString()));
+    m_port = m_sim.startUdp(TestSupport::testHost());
+    QVERIFY(m_port != 0);
+}
+
+void TestDriveObject::init()
+{
+    m_sim.setFaults(SimFaults());
+    m_sim.setHandshakeReply(hex("0401"));
+    m_sim.clearFrames();
+}
+
+// The interface has no destructor: the object goes through its QObject part.
+void TestDriveObject::cleanup()
+{
+    for (CDriveBaseClass *drive : qAsConst(m_drives))
+        delete dynamic_cast<QObject *>(drive);
+    m_drives.clear();
+}
+
+void TestDriveObject::factoryGivesTheInterfacePart()
+{
+    CDriveBaseClass *drive = makeDrive();
+    QVERIFY(drive);
+    void *start = dynamic_cast<void *>(drive);
+    QVERIFY(start != static_cast<void *>(drive));
+
+    QObject *object = dynamic_cast<QObject *>(drive);
+    QVERIFY(object);
+    QCOMPARE(object->qt_metacast("LibSorvik"), start);
+    QCOMPARE(object->qt_metacast("CDriveBaseClass"), static_cast<void *>(drive));
+    QVERIFY(!object->qt_metacast("CmdSorvik"));
+    QCOMPARE(object->parent(), nullptr);
+
+    QVERIFY(makeDrive() != drive);
+    QCOMPARE(m_sim.frameCount(), 0); // construction touches no device
+}
+
+void TestDriveObject::identity()
+{
+    CDriveBaseClass *drive = makeDrive();
+    QCOMPARE(drive->getDriveName(), QStringLiteral("Sorvik"));
+    QCOMPARE(drive->getversion_number(), QStringLiteral("V1.8.4 202001027"));
+    QCOMPARE(drive->DebugCmd(DEBUG_DRIVE_NAME), QStringLiteral("Sorvik"));
+    QCOMPARE(drive->DebugCmd(EDebugCmdType(7)), QString());
+    QCOMPARE(drive->DebugCmd(EDebugCmdType(-1)), QString());
+}
+
+void TestDriveObject::versionText()
+{
+    const QString text = makeDrive()->DebugCmd(DEBUG_VERSION);
+    const QRegularExpressionMatch match =
+        QRegularExpression(QStringLiteral("^v2\\.1\\.0 (\\d{4}-\\d{2}-\\d{2}) (\\d{2}:\\d{2}:\\d{2})$")).match(text);
+    QVERIFY2(match.hasMatch(), qPrintable(text));
+    // The library is built at most a day before this test.
+    const QDate built = QDate::fromString(match.captured(1), QStringLiteral("yyyy-MM-dd"));
+    QVERIFY2(built == compilerDate() || built == compilerDate().addDays(-1), qPrintable(text));
+    QVERIFY(QTime::fromString(match.captured(2), QStringLiteral("hh:mm:ss")).isValid());
+}
+
+void TestDriveObject::debugSwitchLogsFrames()
+{
+    CDriveBaseClass *drive = makeDrive();
+    QCOMPARE(drive->ConnectDrive(udpText(m_port)), 0);
+    QVERIFY(m_sim.presetTag(QStringLiteral("AI1=int32:42")));
+    TestSupport::LogCapture log;
+
+    QCOMPARE(drive->DebugCmd(DEBUG_START), QStringLiteral("StartDebug"));
+    QCOMPARE(drive->ReadVariable(QStringLiteral("AI1"), TYPE_INT32).status, 0);
+    const QStringList started = log.texts(QtDebugMsg);
+    QCOMPARE(started.size(), 2);
+    QVERIFY(started.first().startsWith(QStringLiteral("lib[Sorvik]读命令 ")));
+    QVERIFY(started.first().endsWith(QStringLiteral("msg : 0101010007000000000400")));
+
+    log.clear();
+    QCOMPARE(drive->DebugCmd(DEBUG_STOP), QStringLiteral("StopDebug"));
+    QCOMPARE(drive->ReadVariable(QStringLiteral("AI1"), TYPE_INT32).status, 0);
+    QVERIFY(log.texts(QtDebugMsg).isEmpty());
+}
+
+void TestDriveObject::setDataInfoDoesNothing()
+{
+    CDriveBaseClass *drive = makeDrive();
+    auto *lib = dynamic_cast<LibSorvik *>(drive);
+    QVERIFY(lib);
+    DataInfo::SDataInfo info;
+    info.tag = QStringLiteral("AI1");
+    info.dataType = TYPE_FLOAT;
+    drive->SetDataInfo(QStringLiteral("7"), {info, info});
+    drive->SetDataInfo(QString(), {});
+    QCOMPARE(lib->m_connectPar, 1u);
+    QVERIFY(!lib->m_cmd.m_udp && !lib->m_cmd.m_serial);
+    QVERIFY(lib->m_engine.GetInductiveDrive_Read(QStringLiteral("7")).isEmpty());
+    QCOMPARE(m_sim.frameCount(), 0);
+}
+
+void TestDriveObject::setConnectPar()
+{
+    auto *lib = dynamic_cast<LibSorvik *>(makeDrive());
+    QCOMPARE(lib->m_connectPar, 1u);
+    lib->SetConnectPar(QStringLiteral("4000000000"));
+    QCOMPARE(lib->m_connectPar, 4000000000u);
+    lib->SetConnectPar(QStringLiteral("-1"));
+    QCOMPARE(lib->m_connectPar, 0u);
+    lib->SetConnectPar(QStringLiteral("12"));
+    lib->SetConnectPar(QStringLiteral("plant"));
+    QCOMPARE(lib->m_connectPar, 0u);
+}
+
+void TestDriveObject::connect_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QByteArray>("handshake");
+    QTest::addColumn<int>("result");
+
+    const QString udp = udpText(m_port);
+    QTest::newRow("handshake answered") << udp << hex("0401") << 0;
+    QTest::newRow("handshake with more bytes") << udp << hex("040155aa") << 0;
+    QTest::newRow("handshake 04 02") << udp << hex("0402") << -2;
+    QTest::newRow("handshake of one byte") << udp << hex("04") << -2;
+    QTest::newRow("host name, not an address") << QStringLiteral("localhost:%1").arg(m_port) << hex("0401") << -1;
+    QTest::newRow("two colons") << udp + QStringLiteral(":1") << hex("0401") << -1;
+    QTest::newRow("four fields") << QStringLiteral("a,9600,8,1") << hex("0401") << -1;
+    QTest::newRow("empty") << QString() << hex("0401") << -1;
+}
+
+void TestDriveObject::connect()
+{
+    QFETCH(QString, text);
+    QFETCH(QByteArray, handshake);
+    QFETCH(int, result);
+    m_sim.setHandshakeReply(handshake);
+    QCOMPARE(makeDrive()->ConnectDrive(text), result);
+}
+
+// The port is stored as 0, so a disconnect does not take the UDP branch.
+void TestDriveObject::portThatIsNoNumber()
+{
+    CDriveBaseClass *drive = makeDrive();
+    QCOMPARE(drive->ConnectDrive(TestSupport::testHost().toString() + QStringLiteral(":port")), -2);
+    QCOMPARE(dynamic_cast<LibSorvik *>(drive)->m_udpPort, 0u);
+    QCOMPARE(drive->DisConnectDrive(), -1);
+}
+
+void TestDriveObject::disconnectBranches()
+{
+    CDriveBaseClass *drive = makeDrive();
+    QCOMPARE(drive->DisConnectDrive(), -1);
+    QCOMPARE(drive->ConnectDrive(udpText(m_port)), 0);
+    QCOMPARE(drive->DisConnectDrive(), 0);
+    QCOMPARE(drive->DisConnectDrive(), 0);
+    QCOMPARE(drive->ConnectDrive(udpText(m_port)), 0);
+    QCOMPARE(drive->DestroyFree(), 0);
+    QCOMPARE(drive->DisConnectDrive(), -1); // nothing left to close
+}
+
+void TestDriveObject::destroyFree()
+{
+    CDriveBaseClass *drive = makeDrive();
+    QCOMPARE(drive->DestroyFree(), 1);
+    QCOMPARE(drive->ConnectDrive(udpText(m_port)), 0);
+    QCOMPARE(drive->DestroyFree(), 0);
+    QCOMPARE(drive->DestroyFree(), 1);
+    QCOMPARE(drive->ReadVariable(QStringLiteral("AI1"), TYPE_INT32).status, 9);
+}
+
+void TestDriveObject::serialOverPseudoTerminal()
+{
+    SorvikSimulator sim;
+    const QString path = sim.startPty();
+    QVERIFY(!path.isEmpty());
+    QVERIFY(sim.presetTag(QStringLiteral("LW2=int32:-7")));
+
+    CDriveBaseClass *drive = makeDrive();
+    QCOMPARE(drive->ConnectDrive(QStringLiteral("/nonexistent/tty,9600,8,1,N")), -1);
+    QCOMPARE(drive->ConnectDrive(path + QStringLiteral(",9600,8,1,N")), 0);
+    const CLabelVariable read = drive->ReadVariable(QStringLiteral("LW2"), TYPE_INT32);
+    QCOMPARE(read.status, 0);
+    COMPARE_VALUE(TYPE_INT32, read.value, DriveTest::listOf<int>({-7}));
+    QCOMPARE(drive->DisConnectDrive(), 0);
+    QCOMPARE(drive->DisConnectDrive(), -1); // the port is closed already
+    QCOMPARE(drive->ReadVariable(QStringLiteral("LW2"), TYPE_INT32).status, 9);
+    QCOMPARE(sim.frameCount(), 1); // a serial line has no handshake
+}
+
+// Settings of 0 are not applied: the port opens, and a disconnect cannot
+// tell it for a serial connection.
+void TestDriveObject::serialWithEmptyFields()
+{
+    SorvikSimulator sim;
+    const QString path = sim.startPty();
+    QVERIFY(!path.isEmpty());
+    CDriveBaseClass *drive = makeDrive();
+    auto *lib = dynamic_cast<LibSorvik *>(drive);
+    QCOMPARE(drive->ConnectDrive(path + QStringLiteral(",,,,")), 0);
+    QCOMPARE(lib->m_portName, path);
+    QCOMPARE(lib->m_baudRate, 0);
+    QCOMPARE(drive->DisConnectDrive(), -1);
+    QVERIFY(lib->m_cmd.IsLinkOpen() == 0);
+    QCOMPARE(drive->DestroyFree(), 0);
+    QCOMPARE(drive->DestroyFree(), 1);
+}
+
+QTEST_GUILESS_MAIN(TestDriveObject)
+#include "tst_drive_object.moc"
