@@ -1,0 +1,120 @@
+#include "Output.h"
+
+#include "CsvFields.h"
+#include "ValueFormatting.h"
+
+Cell Cells::text(const QString &text) { return {text, ValueFormatting::jsonString(text), text}; }
+
+Cell Cells::number(qlonglong value)
+{
+    const QString text = QString::number(value);
+    return {text, text, text};
+}
+
+Cell Cells::number(double value)
+{
+    const QString text = QString::number(value, 'f', 3);
+    return {text, text, text};
+}
+
+Cell Cells::null() { return {QString(), QStringLiteral("null"), QStringLiteral("-")}; }
+
+Cell Cells::list(const QStringList &texts, const QStringList &json)
+{
+    const QString text = texts.join(QLatin1Char(','));
+    return {text, QLatin1Char('[') + json.join(QLatin1Char(',')) + QLatin1Char(']'), text};
+}
+
+Output::Output(OutputFormat format, QTextStream &out, QTextStream &err) : m_format(format), m_out(out), m_err(err) {}
+
+void Output::setColumns(const QStringList &names)
+{
+    m_columns = names;
+    m_headerDone = false;
+}
+
+void Output::addRow(const QVector<Cell> &cells)
+{
+    switch (m_format) {
+    case OutputFormat::Table:
+        m_pending.append(cells);
+        return;
+    case OutputFormat::Csv: {
+        if (!m_headerDone) {
+            printLine(m_columns.join(QLatin1Char(',')));
+            m_headerDone = true;
+        }
+        QStringList fields;
+        for (const Cell &cell : cells)
+            fields << CsvFields::quote(cell.text);
+        printLine(fields.join(QLatin1Char(',')));
+        return;
+    }
+    case OutputFormat::Json: {
+        QStringList members;
+        for (int i = 0; i < cells.size() && i < m_columns.size(); ++i)
+            members << ValueFormatting::jsonString(m_columns.at(i)) + QLatin1Char(':') + cells.at(i).json;
+        printLine(QLatin1Char('{') + members.join(QLatin1Char(',')) + QLatin1Char('}'));
+        return;
+    }
+    }
+}
+
+void Output::endTable()
+{
+    if (m_format == OutputFormat::Table && !m_pending.isEmpty()) {
+        QVector<int> widths(m_columns.size());
+        for (int i = 0; i < m_columns.size(); ++i)
+            widths[i] = m_columns.at(i).size();
+        for (const QVector<Cell> &row : qAsConst(m_pending))
+            for (int i = 0; i < row.size() && i < widths.size(); ++i)
+                widths[i] = qMax(widths[i], row.at(i).display.size());
+        auto line = [&](auto textOf, int count) {
+            QString text;
+            for (int i = 0; i < count; ++i) {
+                const QString field = textOf(i);
+                text += i + 1 < count ? field.leftJustified(widths[i] + 2) : field;
+            }
+            printLine(text);
+        };
+        line([&](int i) { return m_columns.at(i).toUpper(); }, m_columns.size());
+        for (const QVector<Cell> &row : qAsConst(m_pending))
+            line([&](int i) { return row.at(i).display; }, qMin(row.size(), m_columns.size()));
+        m_pending.clear();
+    }
+    m_out.flush();
+}
+
+void Output::addNote(const QString &key, const QString &sentence, const Fields &fields)
+{
+    switch (m_format) {
+    case OutputFormat::Table:
+        printLine(sentence);
+        break;
+    case OutputFormat::Csv:
+        m_err << sentence << '\n';
+        m_err.flush();
+        break;
+    case OutputFormat::Json: {
+        QStringList members;
+        for (const auto &field : fields)
+            members << ValueFormatting::jsonString(field.first) + QLatin1Char(':') + field.second.json;
+        printLine(QStringLiteral("{%1:{%2}}").arg(ValueFormatting::jsonString(key), members.join(QLatin1Char(','))));
+        break;
+    }
+    }
+    m_out.flush();
+}
+
+void Output::rewind()
+{
+    if (m_format == OutputFormat::Table && m_linesSinceRewind > 0)
+        m_out << "\x1b[" << m_linesSinceRewind << "A\x1b[J"; // cursor up, clear to the end of the screen
+    m_linesSinceRewind = 0;
+}
+
+void Output::printLine(const QString &line)
+{
+    m_out << line << '\n';
+    ++m_linesSinceRewind;
+}

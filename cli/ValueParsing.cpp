@@ -1,0 +1,155 @@
+#include "ValueParsing.h"
+
+#include "TypeNames.h"
+#include "host/ValueLists.h"
+
+#include <limits>
+#include <type_traits>
+
+namespace {
+
+// Decimal, or hexadecimal after 0x; a minus sign only where `negativeAllowed`.
+bool parseMagnitude(QString text, bool negativeAllowed, bool *negative, qulonglong *magnitude)
+{
+    *negative = text.startsWith(QLatin1Char('-'));
+    if (*negative) {
+        if (!negativeAllowed)
+            return false;
+        text.remove(0, 1);
+    } else if (text.startsWith(QLatin1Char('+'))) {
+        text.remove(0, 1);
+    }
+    if (text.isEmpty() || text.at(0) == QLatin1Char('-') || text.at(0) == QLatin1Char('+'))
+        return false;
+    for (const QChar c : text)
+        if (c.isSpace())
+            return false;
+    bool ok = false;
+    if (text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive))
+        *magnitude = text.size() > 2 ? text.mid(2).toULongLong(&ok, 16) : 0;
+    else
+        *magnitude = text.toULongLong(&ok, 10);
+    return ok;
+}
+
+template <typename T>
+bool parseInteger(const QString &text, T *value)
+{
+    bool negative = false;
+    qulonglong magnitude = 0;
+    if (!parseMagnitude(text, std::is_signed<T>::value, &negative, &magnitude))
+        return false;
+    if (negative) {
+        const qulonglong limit = qulonglong(std::numeric_limits<T>::max()) + 1; // magnitude of the minimum
+        if (magnitude > limit)
+            return false;
+        *value = magnitude == limit ? std::numeric_limits<T>::min() : T(-qlonglong(magnitude));
+        return true;
+    }
+    if (magnitude > qulonglong(std::numeric_limits<T>::max()))
+        return false;
+    *value = T(magnitude);
+    return true;
+}
+
+bool parseElement(const QString &text, bool *value)
+{
+    const QString t = text.toLower();
+    if (t == QLatin1String("1") || t == QLatin1String("true"))
+        *value = true;
+    else if (t == QLatin1String("0") || t == QLatin1String("false"))
+        *value = false;
+    else
+        return false;
+    return true;
+}
+
+bool parseElement(const QString &text, char *value)
+{
+    qint8 v = 0;
+    const bool ok = parseInteger(text, &v);
+    *value = char(v);
+    return ok;
+}
+
+bool parseElement(const QString &text, uchar *value) { return parseInteger(text, value); }
+bool parseElement(const QString &text, short *value) { return parseInteger(text, value); }
+bool parseElement(const QString &text, ushort *value) { return parseInteger(text, value); }
+bool parseElement(const QString &text, int *value) { return parseInteger(text, value); }
+bool parseElement(const QString &text, uint *value) { return parseInteger(text, value); }
+bool parseElement(const QString &text, qlonglong *value) { return parseInteger(text, value); }
+bool parseElement(const QString &text, qulonglong *value) { return parseInteger(text, value); }
+
+// toFloat refuses what lies beyond the float range or would underflow to 0.
+bool parseElement(const QString &text, float *value)
+{
+    bool ok = false;
+    *value = text.toFloat(&ok);
+    return ok;
+}
+
+bool parseElement(const QString &text, double *value)
+{
+    bool ok = false;
+    *value = text.toDouble(&ok);
+    return ok;
+}
+
+bool parseElement(const QString &text, QString *value)
+{
+    for (const QChar c : text)
+        if (c.unicode() > 0xFF)
+            return false; // the wire carries Latin-1: anything else would arrive as '?'
+    if (text.size() > ValueParsing::kLongestString)
+        return false;
+    *value = text;
+    return true;
+}
+
+QString rangeHint(int dataType)
+{
+    switch (dataType) {
+    case 1: return QStringLiteral("0, 1, true or false");
+    case 2: return QStringLiteral("-128 to 127");
+    case 3: return QStringLiteral("0 to 255");
+    case 4: return QStringLiteral("-32768 to 32767");
+    case 5: return QStringLiteral("0 to 65535");
+    case 6: return QStringLiteral("-2147483648 to 2147483647");
+    case 7: return QStringLiteral("0 to 4294967295");
+    case 8: return QStringLiteral("a number within the float range");
+    case 9: return QStringLiteral("-9223372036854775808 to 9223372036854775807");
+    case 10: return QStringLiteral("0 to 18446744073709551615");
+    case 11: return QStringLiteral("a number");
+    case 12: return QStringLiteral("Latin-1 text of at most %1 characters").arg(ValueParsing::kLongestString);
+    default: return QString();
+    }
+}
+
+} // namespace
+
+bool ValueParsing::parse(int dataType, const QStringList &texts, QVariant *list, QString *why)
+{
+    bool ok = true;
+    const bool known = dataType >= 1 && dataType <= 12 &&
+                       SorvikValues::visitElementType(dataType, [&](auto element) {
+                           using T = typename decltype(element)::type;
+                           QList<T> values;
+                           values.reserve(texts.size());
+                           for (const QString &text : texts) {
+                               T value{};
+                               if (!parseElement(text, &value)) {
+                                   *why = QStringLiteral("\"%1\" is no %2 value (%3)")
+                                              .arg(text, TypeNames::name(dataType), rangeHint(dataType));
+                                   ok = false;
+                                   return;
+                               }
+                               values.append(value);
+                           }
+                           *list = SorvikValues::toVariant(values);
+                       });
+    if (!known) {
+        *why = QStringLiteral("no values for type %1").arg(dataType);
+        return false;
+    }
+    return ok;
+}
