@@ -1,0 +1,163 @@
+#pragma once
+
+// Runs the built sorvik-cli and sorvik-sim as a user would, over real
+// loopback sockets and pseudo-terminals.
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTest>
+
+namespace CliHarness {
+
+struct Run {
+    int exitCode = -1;
+    bool crashed = false;
+    QString out;
+    QString err;
+    QStringList errLines() const { return err.split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
+    QStringList outLines() const { return out.split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
+};
+
+// This program's own loopback address, as CTest hands it out (SORVIK_TEST_HOST);
+// the cli test group links no Qt Network, so it is read here as text.
+inline QString host()
+{
+    const QByteArray address = qgetenv("SORVIK_TEST_HOST");
+    return address.isEmpty() ? QStringLiteral("127.0.0.1") : QString::fromLatin1(address);
+}
+
+// The embedded simulator of the CLI on this program's own loopback address.
+inline QStringList embedded() { return {QStringLiteral("--sim-address"), host()}; }
+
+inline Run runProgram(const QString &program, const QStringList &arguments, int timeoutMs = 20000)
+{
+    QProcess process;
+    process.start(program, arguments);
+    Run run;
+    if (!process.waitForFinished(timeoutMs)) {
+        process.kill();
+        process.waitForFinished();
+        run.crashed = true;
+    }
+    run.crashed = run.crashed || process.exitStatus() != QProcess::NormalExit;
+    run.exitCode = process.exitCode();
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
+inline Run cli(const QStringList &arguments, int timeoutMs = 20000)
+{
+    return runProgram(QStringLiteral(SORVIK_CLI_FILE), arguments, timeoutMs);
+}
+
+// A sorvik-sim process; its first stdout line names its endpoint.
+class Simulator
+{
+public:
+    ~Simulator() { stop(); }
+
+    bool start(const QStringList &arguments)
+    {
+        m_process.start(QStringLiteral(SORVIK_SIM_FILE), arguments);
+        if (!m_process.waitForStarted(5000))
+            return false;
+        QElapsedTimer clock;
+        clock.start();
+        while (!m_process.canReadLine() && clock.elapsed() < 5000)
+            m_process.waitForReadyRead(100);
+        const QStringList first = QString::fromUtf8(m_process.readLine()).trimmed().split(QLatin1Char(' '));
+        if (first.size() != 2)
+            return false;
+        m_endpoint = first.at(1);
+        return true;
+    }
+    // On UDP the address and port; on a pseudo-terminal the serial connection text.
+    bool startUdp(const QStringList &extra = {})
+    {
+        return start(QStringList{QStringLiteral("--address"), host(), QStringLiteral("--port"), QStringLiteral("0")} +
+                     extra);
+    }
+    bool startPty(const QStringList &extra = {})
+    {
+        if (!start(QStringList{QStringLiteral("--pty")} + extra))
+            return false;
+        m_endpoint += QStringLiteral(",9600,8,1,N");
+        return true;
+    }
+    const QString &connectText() const { return m_endpoint; }
+    void stop()
+    {
+        if (m_process.state() != QProcess::NotRunning) {
+            m_process.terminate();
+            if (!m_process.waitForFinished(3000)) {
+                m_process.kill();
+                m_process.waitForFinished();
+            }
+        }
+    }
+
+private:
+    QProcess m_process;
+    QString m_endpoint;
+};
+
+// The CSV rows of a run, header first, as lists of fields (no quoted commas in tests).
+inline QList<QStringList> csvRows(const Run &run)
+{
+    QList<QStringList> rows;
+    for (const QString &line : run.outLines())
+        rows << line.split(QLatin1Char(','));
+    return rows;
+}
+
+} // namespace CliHarness
+
+namespace CliHarness {
+
+// The raw JSON text of one member of a one-line object, e.g. the value array
+// "[1.5,2.5]"; raw text keeps 64-bit numbers exact.
+inline QString member(const QString &line, const QString &name)
+{
+    const QString key = QLatin1Char('"') + name + QStringLiteral("\":");
+    const int start = line.indexOf(key);
+    if (start < 0)
+        return QString();
+    int at = start + key.size();
+    int depth = 0;
+    bool quoted = false;
+    for (int i = at; i < line.size(); ++i) {
+        const QChar c = line.at(i);
+        if (quoted) {
+            if (c == QLatin1Char('\\'))
+                ++i;
+            else if (c == QLatin1Char('"'))
+                quoted = false;
+        } else if (c == QLatin1Char('"')) {
+            quoted = true;
+        } else if (c == QLatin1Char('[') || c == QLatin1Char('{')) {
+            ++depth;
+        } else if (c == QLatin1Char(']') || c == QLatin1Char('}')) {
+            if (depth == 0)
+                return line.mid(at, i - at);
+            --depth;
+        } else if (c == QLatin1Char(',') && depth == 0) {
+            return line.mid(at, i - at);
+        }
+    }
+    return line.mid(at);
+}
+
+// The JSON lines of a run whose member `name` is present.
+inline QStringList linesWith(const Run &run, const QString &name)
+{
+    QStringList lines;
+    for (const QString &line : run.outLines())
+        if (line.contains(QLatin1Char('"') + name + QStringLiteral("\":")))
+            lines << line;
+    return lines;
+}
+
+} // namespace CliHarness

@@ -1,0 +1,165 @@
+// The command line of sorvik-cli: what it refuses, what it says, and what the
+// embedded simulator shows without any controller.
+
+#include "CliHarness.h"
+
+#include <QFile>
+#include <QLibraryInfo>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace CliHarness;
+
+class CliUsage : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QVERIFY(m_dir.isValid()); }
+
+    // Every bad input: one clear line on stderr, nothing on stdout, and its exit status.
+    void refusals_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("says");
+
+        auto row = [](const char *name, const QStringList &arguments, int exitCode, const char *says) {
+            QTest::newRow(name) << arguments << exitCode << QString::fromUtf8(says);
+        };
+        row("unknown option", {"--frobnicate", "info"}, 1, "Unknown option 'frobnicate'");
+        row("no command", {}, 1, "no command given");
+        row("unknown command", {"fetch", "AI1:int32"}, 1, "unknown command \"fetch\"");
+        row("no tags", {"read"}, 1, "read needs tags");
+        row("info with tags", {"info", "AI1:int32"}, 1, "info takes no tags");
+        row("unknown type", {"read", "AI1:int33"}, 1, "unknown type \"int33\"");
+        row("no type", {"read", "AI1"}, 1, "expected TAG:TYPE");
+        row("no area", {"read", "XY1:int32"}, 1, "\"XY\" is no area");
+        row("lower-case area", {"read", "ai1:int32"}, 1, "area prefixes are written AI");
+        row("element 0", {"read", "AI0:int32"}, 1, "element numbers count from 1");
+        row("digits split", {"read", "AI3_7:int32"}, 1, "bad tag \"AI3_7\"");
+        row("length suffix", {"plan", "SI1[20]:string"}, 1, "bad tag \"SI1[20]\"");
+        row("count 0", {"read", "AI1:int32x0"}, 1, "a count runs from 1 to 1467");
+        row("count too large", {"read", "AI1:int32x1468"}, 1, "a count runs from 1 to 1467");
+        row("count on plan", {"plan", "AI1:int32x2"}, 1, "taken by read only");
+        row("value on read", {"read", "AI1:int32=5"}, 1, "only reads");
+        row("value missing", {"write", "AO1:float"}, 1, "a value is missing");
+        row("int8 too large", {"write", "SA1:int8=128"}, 1, "\"128\" is no int8 value (-128 to 127)");
+        row("uint8 negative", {"write", "SA1:uint8=-1"}, 1, "\"-1\" is no uint8 value");
+        row("int32 fraction", {"write", "LW1:int32=1.5"}, 1, "\"1.5\" is no int32 value");
+        row("uint64 too large", {"write", "LW1:uint64=18446744073709551616"}, 1, "is no uint64 value");
+        row("int64 too small", {"write", "LW1:int64=-9223372036854775809"}, 1, "is no int64 value");
+        row("bool word", {"write", "DO1:bool=yes"}, 1, "\"yes\" is no bool value");
+        row("float overflow", {"write", "AO1:float=1e39"}, 1, "\"1e39\" is no float value");
+        row("float text", {"write", "AO1:float=abc"}, 1, "\"abc\" is no float value");
+        row("hex garbage", {"write", "SA1:uint16=0xfg"}, 1, "is no uint16 value");
+        row("inner blank", {"write", "SA1:int16=1 2"}, 1, "is no int16 value");
+        row("string too long", {"write", "SI1:string=" + QString(128, QLatin1Char('x'))}, 1, "is no string value");
+        row("string not Latin-1", {"write", "SI1:string=caf\u00e9\u20ac"}, 1, "is no string value");
+        row("two strings", {"write", "SI1:string=a,b"}, 1, "one text per write");
+        row("unclosed quote", {"write", "SI1:string=\"abc"}, 1, "a quote is not closed");
+        row("write-plan list", {"write-plan", "AO1:float=1,2"}, 1, "write-plan takes one value per tag");
+        row("write-plan twice", {"write-plan", "AO1:float=1", "AO1:float=2"}, 1, "AO1:float is given twice");
+        row("bad format", {"--format", "xml", "info"}, 1, "--format wants table, csv or json");
+        row("bad cycles", {"--cycles", "-3", "poll", "AI1:int32"}, 1, "--cycles wants");
+        row("bad interval", {"--interval", "soon", "poll", "AI1:int32"}, 1, "--interval wants");
+        row("sim not loopback", {"--sim-address", "10.0.0.1", "read", "AI1:int32"}, 1, "wants a loopback address");
+        row("host name", {"--connect", "localhost:6000", "read", "AI1:int32"}, 1, "host names are not looked up");
+        row("bad port", {"--connect", "127.0.0.1:70000", "read", "AI1:int32"}, 1, "no port from 1 to 65535");
+        row("bad baud", {"--connect", "/dev/ttyS9,9601,8,1,N", "read", "AI1:int32"}, 1, "baud rate \"9601\"");
+        row("bad parity", {"--connect", "/dev/ttyS9,9600,8,1,X", "read", "AI1:int32"}, 1, "parity \"X\"");
+        row("neither form", {"--connect", "127.0.0.1", "read", "AI1:int32"}, 1, "expected ADDRESS:PORT");
+        row("no tag file", {"--file", "/nonexistent/tags.csv", "read"}, 1, "cannot read tag file");
+        row("no library", {"--library", "/nonexistent/libSorvik.so", "info"}, 1, "not found");
+        row("not a library", {"--library", SORVIK_SOURCE_DIR "/README.md", "info"}, 1, "cannot load drive library");
+        row("no drive inside", {"--library", QLibraryInfo::location(QLibraryInfo::LibrariesPath) + "/libQt5Core.so.5", "info"},
+            1, "is no Sorvik drive: it exports no getSharedLibrary");
+        // Nobody answers on the discard port of this program's loopback address.
+        row("no controller", {"--connect", host() + ":9", "read", "AI1:int32"}, 2, "no answer to the handshake");
+        row("no serial port", {"--connect", "/dev/nonexistent-tty,9600,8,1,N", "read", "AI1:int32"}, 2,
+            "cannot open serial port /dev/nonexistent-tty");
+    }
+    void refusals()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, says);
+        const Run run = cli(arguments);
+        QVERIFY(!run.crashed);
+        QCOMPARE(run.exitCode, exitCode);
+        QCOMPARE(run.out, QString());
+        QCOMPARE(run.errLines().size(), 1);
+        QVERIFY2(run.err.startsWith(QLatin1String("sorvik-cli: ")), qPrintable(run.err));
+        QVERIFY2(run.err.contains(says), qPrintable(run.err));
+    }
+
+    void badTagFileLineIsNamed()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("bad.csv"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("# demo\nAI1,int32\n\nAI2,int3\n");
+        file.close();
+        const Run run = cli(QStringList{"--file", path, "plan"});
+        QCOMPARE(run.exitCode, 1);
+        QVERIFY2(run.err.contains(path + QStringLiteral(":4: unknown type \"int3\"")), qPrintable(run.err));
+    }
+
+    void helpListsCommandsAndExitStatuses()
+    {
+        const Run run = cli({"--help"});
+        QCOMPARE(run.exitCode, 0);
+        for (const char *text : {"write-plan TAG:TYPE=VALUE", "poll TAG:TYPE", "--connect", "--format",
+                                 "2 no connection or no reply", "4 some tags failed"})
+            QVERIFY2(run.out.contains(QLatin1String(text)), text);
+        QCOMPARE(cli({"--version"}).out, QStringLiteral("sorvik-cli 1.8.4\n"));
+    }
+
+    void infoNamesTheDrive()
+    {
+        const Run run = cli({"info", "--library", SORVIK_LIBRARY_FILE});
+        QCOMPARE(run.exitCode, 0);
+        const QStringList lines = run.outLines();
+        QCOMPARE(lines.size(), 2);
+        QCOMPARE(lines.at(0), QStringLiteral("drive,version,build,library"));
+        QVERIFY2(lines.at(1).startsWith(QLatin1String("Sorvik,V1.8.4 202001027,v2.1.0 ")), qPrintable(lines.at(1)));
+        QVERIFY(lines.at(1).endsWith(QLatin1String(SORVIK_LIBRARY_FILE)));
+    }
+
+    // Without --connect the embedded simulator runs a live process: a counter
+    // moves from cycle to cycle, and the demo texts are there.
+    void embeddedSimulatorIsLive()
+    {
+        const Run run = cli(embedded() + QStringList{"poll", "AI3:int32", "SI2:string", "--cycles", "2", "--interval",
+                                                     "300", "--format", "json"});
+        QCOMPARE(run.exitCode, 0);
+        QList<qlonglong> counts;
+        for (const QString &line : run.outLines()) {
+            if (line.contains(QLatin1String("\"tag\":\"AI3\""))) {
+                const int at = line.indexOf(QLatin1String("\"value\":[")) + 9;
+                counts << line.mid(at, line.indexOf(QLatin1Char(']'), at) - at).toLongLong();
+            }
+        }
+        QCOMPARE(counts.size(), 2);
+        QVERIFY2(counts.at(1) > counts.at(0), qPrintable(run.out));
+        QVERIFY(run.out.contains(QLatin1String("\"value\":[\"Sorvik demo plant\"]")));
+    }
+
+    // The drive's failure lines stay quiet unless asked for; --debug shows every frame.
+    void debugShowsFrames()
+    {
+        const Run quiet = cli(embedded() + QStringList{"read", "AI3:int32"});
+        QCOMPARE(quiet.exitCode, 0);
+        QCOMPARE(quiet.err, QString());
+        const Run loud = cli(embedded() + QStringList{"--debug", "read", "AI3:int32"});
+        QCOMPARE(loud.exitCode, 0);
+        // Area 7, byte address 8, 4 bytes; 24-bit fields go high, low, middle byte.
+        QVERIFY2(loud.err.contains(QLatin1String("0101010007000800000400")), qPrintable(loud.err));
+    }
+
+private:
+    QTemporaryDir m_dir;
+};
+
+QTEST_GUILESS_MAIN(CliUsage)
+#include "tst_cli_usage.moc"
