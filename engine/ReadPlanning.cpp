@@ -85,10 +85,13 @@ QList<QList<SReadInfo>> CInductiveDrive::InductiveDrive_Read(const QString &conn
 {
     std::vector<PlannedTag> tags;
     tags.reserve(static_cast<size_t>(infos.size()));
+    QList<SReadInfo> *refused = nullptr; // made only when a tag is refused
     for (const SReadInfo &info : infos) {
         const STagAddress address = analyseTag(info.tag, info.dataType);
         if (address.isBlank()) {
-            m_cannotRead[connectPar].append(info);
+            if (!refused)
+                refused = &m_cannotRead[connectPar];
+            refused->append(info);
             continue;
         }
         const bool bytes = EngineAreas::family(address.area) == EngineAreas::Family::Word;
