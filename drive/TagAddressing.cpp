@@ -36,9 +36,11 @@ int LibSorvik::getmaximum_length(int area)
     return area >= 0 && area < int(sizeof(kAreaSizes) / sizeof(kAreaSizes[0])) ? kAreaSizes[area] : 0;
 }
 
-// A wide type on a bit area is sized like on any other area, count × width
-// wire bytes of one bit each, as hosts and the engine size it; the decoders
-// fill what such a transfer cannot carry with zeros.
+// A wide type on a bit area keeps the one rule, count × width wire bytes,
+// though each of them carries a single bit: such a transfer moves an eighth of
+// the data its elements need, and a read fills the rest with zeros. Nothing
+// relies on it; refusing it would break the rule that 64-bit and double
+// writes reach every area.
 int LibSorvik::getBytelen(DataType type, int count, int area)
 {
     const qint64 n = count; // huge counts must not overflow the products below
