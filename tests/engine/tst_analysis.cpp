@@ -208,7 +208,6 @@ void TestAnalysis::setInductionParam_data()
     QTest::newRow("negative stored as 0") << 1 << 1 << -5 << QList<int>{1280, 0, 1280, 160};
     QTest::newRow("unknown type") << 1 << 3 << 7 << QList<int>{1280, 160, 1280, 160};
     QTest::newRow("unknown fun") << 0 << 1 << 7 << QList<int>{1280, 160, 1280, 160};
-    QTest::newRow("fun 3") << 3 << 2 << 7 << QList<int>{1280, 160, 1280, 160};
 }
 
 void TestAnalysis::setInductionParam()

@@ -66,46 +66,16 @@ public:
     }
 };
 
-// The element list of a record as text, with its list type: "short:-2".
+// The value of a record as text, with its list type: "QList<short>:-2".
 QString render(const QVariant &value)
 {
-    QStringList out;
-    QString type;
-    auto add = [&](auto list, const char *name) {
-        type = QLatin1String(name);
-        for (const auto &element : list)
-            out << QVariant::fromValue(element).toString();
-    };
-    const int id = value.userType();
     if (!value.isValid())
         return QStringLiteral("invalid");
-    if (id == qMetaTypeId<QList<bool>>())
-        add(value.value<QList<bool>>(), "bool");
-    else if (id == qMetaTypeId<QList<char>>()) {
-        type = QStringLiteral("char");
-        for (char c : value.value<QList<char>>())
-            out << QString::number(int(c));
-    } else if (id == qMetaTypeId<QList<short>>())
-        add(value.value<QList<short>>(), "short");
-    else if (id == qMetaTypeId<QList<ushort>>())
-        add(value.value<QList<ushort>>(), "ushort");
-    else if (id == qMetaTypeId<QList<int>>())
-        add(value.value<QList<int>>(), "int");
-    else if (id == qMetaTypeId<QList<uint>>())
-        add(value.value<QList<uint>>(), "uint");
-    else if (id == qMetaTypeId<QList<float>>())
-        add(value.value<QList<float>>(), "float");
-    else if (id == qMetaTypeId<QList<qlonglong>>())
-        add(value.value<QList<qlonglong>>(), "qlonglong");
-    else if (id == qMetaTypeId<QList<qulonglong>>())
-        add(value.value<QList<qulonglong>>(), "qulonglong");
-    else if (id == qMetaTypeId<QList<double>>())
-        add(value.value<QList<double>>(), "double");
-    else if (id == qMetaTypeId<QList<QString>>())
-        add(value.value<QList<QString>>(), "string");
-    else
-        return QStringLiteral("other %1").arg(QLatin1String(value.typeName()));
-    return type + ':' + out.join(',');
+    QStringList out;
+    for (const QVariant &element : value.value<QSequentialIterable>())
+        out << (element.userType() == QMetaType::Char ? QString::number(int(element.value<char>()))
+                                                      : element.toString());
+    return QLatin1String(value.typeName()) + ':' + out.join(',');
 }
 
 SReadInfo at(const QString &tag, int dataType)
@@ -165,7 +135,8 @@ void TestBlockReading::workedBlock()
     QCOMPARE(device.calls[0].count, 12);
 
     QCOMPARE(records.keys(), key);
-    const QStringList values{"int:-123456", "short:0", "float:2.5"}; // AI3 as short: the low half of 2.5f
+    const QStringList values{"QList<int>:-123456", "QList<short>:0",
+                             "QList<float>:2.5"}; // AI3 as short: the low half of 2.5f
     for (int i = 0; i < key.size(); ++i) {
         const CLabelVariable &record = records[key[i]];
         QCOMPARE(record.tag, key[i].tag);
@@ -220,34 +191,38 @@ void TestBlockReading::elements_data()
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QString>("value");
 
-    QTest::newRow("bool bit 0") << "AI1" << 1 << 0 << QByteArray::fromHex("01") << "bool:true";
-    QTest::newRow("bool bit 9") << "AI1" << 1 << 9 << QByteArray::fromHex("fd02") << "bool:true";
-    QTest::newRow("bool bit 8 clear") << "AI1" << 1 << 8 << QByteArray::fromHex("fffe") << "bool:false";
-    QTest::newRow("int8") << "AI1" << 2 << 0 << QByteArray::fromHex("ff") << "char:-1";
-    QTest::newRow("uint8 stays char") << "AI1" << 3 << 0 << QByteArray::fromHex("ff") << "char:-1";
-    QTest::newRow("int16") << "AI1" << 4 << 0 << QByteArray::fromHex("feff") << "short:-2";
-    QTest::newRow("int16 form 13") << "AI1" << 13 << 0 << QByteArray::fromHex("feff") << "short:-2";
-    QTest::newRow("int16 form 14") << "AI1" << 14 << 0 << QByteArray::fromHex("0201") << "short:258";
-    QTest::newRow("uint16") << "AI1" << 5 << 0 << QByteArray::fromHex("feff") << "ushort:65534";
-    QTest::newRow("uint16 form 16") << "AI1" << 16 << 0 << QByteArray::fromHex("feff") << "ushort:65534";
-    QTest::newRow("int32 at offset 1") << "AI1" << 6 << 1 << QByteArray::fromHex("0000000078563412") << "int:305419896";
-    QTest::newRow("int32 form 20") << "AI1" << 20 << 0 << QByteArray::fromHex("ffffffff") << "int:-1";
-    QTest::newRow("uint32") << "AI1" << 7 << 0 << QByteArray::fromHex("feffffff") << "uint:4294967294";
-    QTest::newRow("uint32 form 22") << "AI1" << 22 << 0 << QByteArray::fromHex("01000000") << "uint:1";
-    QTest::newRow("float") << "AI1" << 8 << 0 << QByteArray::fromHex("0000c03f") << "float:1.5";
-    QTest::newRow("float form 36") << "AI1" << 36 << 0 << QByteArray::fromHex("000020c0") << "float:-2.5";
+    QTest::newRow("bool bit 0") << "AI1" << 1 << 0 << QByteArray::fromHex("01") << "QList<bool>:true";
+    QTest::newRow("bool bit 9") << "AI1" << 1 << 9 << QByteArray::fromHex("fd02") << "QList<bool>:true";
+    QTest::newRow("bool bit 8 clear") << "AI1" << 1 << 8 << QByteArray::fromHex("fffe") << "QList<bool>:false";
+    QTest::newRow("int8") << "AI1" << 2 << 0 << QByteArray::fromHex("ff") << "QList<char>:-1";
+    QTest::newRow("uint8 stays char") << "AI1" << 3 << 0 << QByteArray::fromHex("ff") << "QList<char>:-1";
+    QTest::newRow("int16") << "AI1" << 4 << 0 << QByteArray::fromHex("feff") << "QList<short>:-2";
+    QTest::newRow("int16 form 13") << "AI1" << 13 << 0 << QByteArray::fromHex("feff") << "QList<short>:-2";
+    QTest::newRow("int16 form 14") << "AI1" << 14 << 0 << QByteArray::fromHex("0201") << "QList<short>:258";
+    QTest::newRow("uint16") << "AI1" << 5 << 0 << QByteArray::fromHex("feff") << "QList<ushort>:65534";
+    QTest::newRow("uint16 form 16") << "AI1" << 16 << 0 << QByteArray::fromHex("feff") << "QList<ushort>:65534";
+    QTest::newRow("int32 at offset 1") << "AI1" << 6 << 1 << QByteArray::fromHex("0000000078563412")
+                                       << "QList<int>:305419896";
+    QTest::newRow("int32 form 20") << "AI1" << 20 << 0 << QByteArray::fromHex("ffffffff") << "QList<int>:-1";
+    QTest::newRow("uint32") << "AI1" << 7 << 0 << QByteArray::fromHex("feffffff") << "QList<uint>:4294967294";
+    QTest::newRow("uint32 form 22") << "AI1" << 22 << 0 << QByteArray::fromHex("01000000") << "QList<uint>:1";
+    QTest::newRow("float") << "AI1" << 8 << 0 << QByteArray::fromHex("0000c03f") << "QList<float>:1.5";
+    QTest::newRow("float form 36") << "AI1" << 36 << 0 << QByteArray::fromHex("000020c0") << "QList<float>:-2.5";
     QTest::newRow("int64") << "AI1" << 9 << 0 << QByteArray::fromHex("0100000000000080")
-                           << "qlonglong:-9223372036854775807";
-    QTest::newRow("int64 form 27") << "AI1" << 27 << 0 << QByteArray::fromHex("0200000000000000") << "qlonglong:2";
+                           << "QList<qlonglong>:-9223372036854775807";
+    QTest::newRow("int64 form 27") << "AI1" << 27 << 0 << QByteArray::fromHex("0200000000000000")
+                                   << "QList<qlonglong>:2";
     QTest::newRow("uint64") << "AI1" << 10 << 0 << QByteArray::fromHex("ffffffffffffffff")
-                            << "qulonglong:18446744073709551615";
-    QTest::newRow("uint64 form 30") << "AI1" << 30 << 0 << QByteArray::fromHex("0300000000000000") << "qulonglong:3";
-    QTest::newRow("double") << "AI1" << 11 << 0 << QByteArray::fromHex("000000000000f83f") << "double:1.5";
-    QTest::newRow("double form 39") << "AI1" << 39 << 0 << QByteArray::fromHex("00000000000000c0") << "double:-2";
-    QTest::newRow("string to zero") << "AI1[5]" << 12 << 0 << QByteArray("ab\0cd", 5) << "string:ab";
-    QTest::newRow("string fills size") << "AI1[3]" << 12 << 0 << QByteArray("abcdef") << "string:abc";
-    QTest::newRow("string UTF-8") << "AI1[4]" << 12 << 0 << QByteArray::fromHex("c3a9") << "string:é";
-    QTest::newRow("string at offset 1") << "SI1" << 12 << 1 << QByteArray("abcdxyz") << "string:xyz";
+                            << "QList<qulonglong>:18446744073709551615";
+    QTest::newRow("uint64 form 30") << "AI1" << 30 << 0 << QByteArray::fromHex("0300000000000000")
+                                    << "QList<qulonglong>:3";
+    QTest::newRow("double") << "AI1" << 11 << 0 << QByteArray::fromHex("000000000000f83f") << "QList<double>:1.5";
+    QTest::newRow("double form 39") << "AI1" << 39 << 0 << QByteArray::fromHex("00000000000000c0")
+                                    << "QList<double>:-2";
+    QTest::newRow("string to zero") << "AI1[5]" << 12 << 0 << QByteArray("ab\0cd", 5) << "QList<QString>:ab";
+    QTest::newRow("string fills size") << "AI1[3]" << 12 << 0 << QByteArray("abcdef") << "QList<QString>:abc";
+    QTest::newRow("string UTF-8") << "AI1[4]" << 12 << 0 << QByteArray::fromHex("c3a9") << "QList<QString>:é";
+    QTest::newRow("string at offset 1") << "SI1" << 12 << 1 << QByteArray("abcdxyz") << "QList<QString>:xyz";
     QTest::newRow("no element") << "AI1" << 41 << 0 << QByteArray::fromHex("ff") << "invalid";
 }
 
@@ -280,10 +255,10 @@ void TestBlockReading::bitBlockGivesBoolsOfEveryType()
     const QMap<SReadInfo, CLabelVariable> records = engine.BlockReading(kConnect, key);
     QCOMPARE(device.calls[0].dataType, int(TYPE_BOOL));
     QCOMPARE(device.calls[0].count, 3);
-    QCOMPARE(render(records[at("DI5", 4)].value), QStringLiteral("bool:true"));
+    QCOMPARE(render(records[at("DI5", 4)].value), QStringLiteral("QList<bool>:true"));
     QCOMPARE(records[at("DI5", 4)].dataType, 4);
-    QCOMPARE(render(records[at("DI6", 1)].value), QStringLiteral("bool:false"));
-    QCOMPARE(render(records[at("DI7", 12)].value), QStringLiteral("bool:true"));
+    QCOMPARE(render(records[at("DI6", 1)].value), QStringLiteral("QList<bool>:false"));
+    QCOMPARE(render(records[at("DI7", 12)].value), QStringLiteral("QList<bool>:true"));
     QCOMPARE(records[at("DI7", 12)].length, 1);
 }
 
@@ -306,9 +281,9 @@ void TestBlockReading::failedBlocks()
         QVERIFY(record.time.isNull());
         values << render(record.value);
     }
-    QCOMPARE(values, (QStringList{"int:0", "bool:false", "invalid"}));
+    QCOMPARE(values, (QStringList{"QList<int>:0", "QList<bool>:false", "invalid"}));
     records = engine.BlockReading(kConnect, bytesKey);
-    QCOMPARE(render(records[at("SI1", 12)].value), QStringLiteral("string:"));
+    QCOMPARE(render(records[at("SI1", 12)].value), QStringLiteral("QList<QString>:"));
     QCOMPARE(records[at("SI1", 12)].status, 8);
 
     // A failed bit block shows as missing entries.
@@ -333,8 +308,8 @@ void TestBlockReading::shortReplies()
                                        "0304");
     device.available = 10;
     QMap<SReadInfo, CLabelVariable> records = engine.BlockReading(kConnect, planOne(engine, {{"AI1", 6}, {"AI3", 6}}));
-    QCOMPARE(render(records[at("AI1", 6)].value), QStringLiteral("int:1"));
-    QCOMPARE(render(records[at("AI3", 6)].value), QStringLiteral("int:513")); // straddles the end: keeps 01 02
+    QCOMPARE(render(records[at("AI1", 6)].value), QStringLiteral("QList<int>:1"));
+    QCOMPARE(render(records[at("AI3", 6)].value), QStringLiteral("QList<int>:513")); // straddles the end: keeps 01 02
     QCOMPARE(records[at("AI3", 6)].status, 0);
 
     device.available = 2;
@@ -350,7 +325,7 @@ void TestBlockReading::valueOfTheWrongType()
     device.attach(engine);
     device.forcedValue = QVariant::fromValue(QList<int>{1, 2, 3});
     QMap<SReadInfo, CLabelVariable> records = engine.BlockReading(kConnect, planOne(engine, {{"AI1", 6}}));
-    QCOMPARE(render(records[at("AI1", 6)].value), QStringLiteral("int:0"));
+    QCOMPARE(render(records[at("AI1", 6)].value), QStringLiteral("QList<int>:0"));
     QVERIFY(engine.BlockReading(kConnect, planOne(engine, {{"DI1", 1}})).isEmpty());
     device.forcedValue = QStringLiteral("text");
     QVERIFY(engine.BlockReading(kConnect, planOne(engine, {{"DI1", 1}})).isEmpty());
@@ -393,8 +368,8 @@ void TestBlockReading::oddPlacesAreSkippedOrZero()
     QStringList values;
     for (auto record = records.cbegin(); record != records.cend(); ++record)
         values << record.key().tag + '=' + render(record.value().value);
-    QCOMPARE(values,
-             (QStringList{"AI2=int:0", "AI3=bool:false", "SI5[2000000000]=string:\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f"}));
+    QCOMPARE(values, (QStringList{"AI2=QList<int>:0", "AI3=QList<bool>:false",
+                                  "SI5[2000000000]=QList<QString>:\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f"}));
 
     records =
         engine.BlockReading(kConnect, manualOne(engine, "DI1", 1, {{"DI1", 1, -1}, {"DI2", 1, 1}, {"DI3", 1, 0}}));
