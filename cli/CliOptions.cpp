@@ -9,28 +9,27 @@
 
 namespace {
 
-const char kDescription[] =
-    "A command-line host for Sorvik controllers: loads the drive library and reads,\n"
-    "writes, plans and polls tags. Without --connect it talks to an embedded\n"
-    "simulator with a live demo process.\n"
-    "\n"
-    "Commands:\n"
-    "  info                               drive name, version and build text\n"
-    "  read TAG:TYPE[xCOUNT]...           read tags one at a time\n"
-    "  write TAG:TYPE=VALUE[,VALUE...]... write tags one at a time\n"
-    "  plan TAG:TYPE...                   show the blocks the drive makes of a tag list\n"
-    "  poll TAG:TYPE...                   read a tag list block by block, cycle after cycle\n"
-    "  write-plan TAG:TYPE=VALUE...       write a tag list block by block\n"
-    "\n"
-    "Types: %1\n"
-    "Tags: an area prefix and an element number from 1, e.g. AI1, DI_F12, SI2.\n"
-    "Tag files (--file): one tag a line, tag,type[,value...]; # starts a comment.\n"
-    "\n"
-    "Exit status: 0 ok; 1 usage: bad option, tag, type or value, unreadable file,\n"
-    "or no drive library; 2 no connection or no reply; 3 every tag failed;\n"
-    "4 some tags failed.";
+const char kDescription[] = "A command-line host for Sorvik controllers: loads the drive library and reads,\n"
+                            "writes, plans and polls tags. Without --connect it talks to an embedded\n"
+                            "simulator with a live demo process.\n"
+                            "\n"
+                            "Commands:\n"
+                            "  info                               drive name, version and build text\n"
+                            "  read TAG:TYPE[xCOUNT]...           read tags one at a time\n"
+                            "  write TAG:TYPE=VALUE[,VALUE...]... write tags one at a time\n"
+                            "  plan TAG:TYPE...                   show the blocks the drive makes of a tag list\n"
+                            "  poll TAG:TYPE...                   read a tag list block by block, cycle after cycle\n"
+                            "  write-plan TAG:TYPE=VALUE...       write a tag list block by block\n"
+                            "\n"
+                            "Types: %1\n"
+                            "Tags: an area prefix and an element number from 1, e.g. AI1, DI_F12, SI2.\n"
+                            "Tag files (--file): one tag a line, tag,type[,value...]; # starts a comment.\n"
+                            "\n"
+                            "Exit status: 0 ok; 1 usage: bad option, tag, type or value, unreadable file,\n"
+                            "or no drive library; 2 no connection or no reply; 3 every tag failed;\n"
+                            "4 some tags failed.";
 
-const QStringList kCommands = {QStringLiteral("info"), QStringLiteral("read"),  QStringLiteral("write"),
+const QStringList kCommands = {QStringLiteral("info"), QStringLiteral("read"), QStringLiteral("write"),
                                QStringLiteral("plan"), QStringLiteral("poll"), QStringLiteral("write-plan")};
 
 int usageError(const QString &text)

@@ -8,7 +8,10 @@
 
 Connection::Connection(CDriveBaseClass *drive) : m_drive(drive) {}
 
-Connection::~Connection() { close(); }
+Connection::~Connection()
+{
+    close();
+}
 
 bool Connection::open(const QString &connectText, const QString &simAddress, QString *why)
 {
@@ -28,9 +31,9 @@ bool Connection::open(const QString &connectText, const QString &simAddress, QSt
     const int result = m_drive->ConnectDrive(m_text);
     if (result != 0) {
         const bool udp = m_text.count(QLatin1Char(':')) == 1;
-        *why = result == -2   ? QStringLiteral("no answer to the handshake from %1").arg(m_text)
-               : udp          ? QStringLiteral("cannot open a UDP link to %1").arg(m_text)
-                              : QStringLiteral("cannot open serial port %1").arg(m_text.section(QLatin1Char(','), 0, 0));
+        *why = result == -2 ? QStringLiteral("no answer to the handshake from %1").arg(m_text)
+               : udp        ? QStringLiteral("cannot open a UDP link to %1").arg(m_text)
+                            : QStringLiteral("cannot open serial port %1").arg(m_text.section(QLatin1Char(','), 0, 0));
         return false;
     }
     m_open = true;

@@ -21,4 +21,7 @@ void Console::error(const QString &text)
     err().flush();
 }
 
-bool Console::stdoutIsTerminal() { return ::isatty(STDOUT_FILENO) == 1; }
+bool Console::stdoutIsTerminal()
+{
+    return ::isatty(STDOUT_FILENO) == 1;
+}

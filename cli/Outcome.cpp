@@ -14,7 +14,10 @@ void Outcome::addStatus(int status)
         ++m_silent;
 }
 
-void Outcome::addRefused() { ++m_total; }
+void Outcome::addRefused()
+{
+    ++m_total;
+}
 
 int Outcome::exitCode() const
 {

@@ -3,7 +3,10 @@
 #include "CsvFields.h"
 #include "ValueFormatting.h"
 
-Cell Cells::text(const QString &text) { return {text, ValueFormatting::jsonString(text), text}; }
+Cell Cells::text(const QString &text)
+{
+    return {text, ValueFormatting::jsonString(text), text};
+}
 
 Cell Cells::number(qlonglong value)
 {
@@ -17,7 +20,10 @@ Cell Cells::number(double value)
     return {text, text, text};
 }
 
-Cell Cells::null() { return {QString(), QStringLiteral("null"), QStringLiteral("-")}; }
+Cell Cells::null()
+{
+    return {QString(), QStringLiteral("null"), QStringLiteral("-")};
+}
 
 Cell Cells::list(const QStringList &texts, const QStringList &json)
 {
@@ -36,9 +42,7 @@ void Output::setColumns(const QStringList &names)
 void Output::addRow(const QVector<Cell> &cells)
 {
     switch (m_format) {
-    case OutputFormat::Table:
-        m_pending.append(cells);
-        return;
+    case OutputFormat::Table: m_pending.append(cells); return;
     case OutputFormat::Csv: {
         if (!m_headerDone) {
             printLine(m_columns.join(QLatin1Char(',')));
@@ -88,9 +92,7 @@ void Output::endTable()
 void Output::addNote(const QString &key, const QString &sentence, const Fields &fields)
 {
     switch (m_format) {
-    case OutputFormat::Table:
-        printLine(sentence);
-        break;
+    case OutputFormat::Table: printLine(sentence); break;
     case OutputFormat::Csv:
         m_err << sentence << '\n';
         m_err.flush();

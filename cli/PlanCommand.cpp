@@ -1,6 +1,7 @@
 #include "Commands.h"
 #include "ExitCode.h"
 #include "Output.h"
+#include "Plural.h"
 #include "ReadPlan.h"
 #include "TypeNames.h"
 
@@ -15,11 +16,6 @@ QString kindName(int kind)
     }
 }
 
-QString plural(int count, const char *one, const char *many)
-{
-    return QStringLiteral("%1 %2").arg(count).arg(QLatin1String(count == 1 ? one : many));
-}
-
 } // namespace
 
 // Shows the blocks without reading them: planning needs no controller.
@@ -28,8 +24,8 @@ int Commands::plan(const CommandContext &context)
     const ReadPlan plan = ReadPlan::make(context.drive, context.connectPar, context.items);
     Output &output = context.output;
     output.setColumns({QStringLiteral("block"), QStringLiteral("area"), QStringLiteral("start"),
-                       QStringLiteral("length"), QStringLiteral("kind"), QStringLiteral("tag"),
-                       QStringLiteral("type"), QStringLiteral("offset")});
+                       QStringLiteral("length"), QStringLiteral("kind"), QStringLiteral("tag"), QStringLiteral("type"),
+                       QStringLiteral("offset")});
     const bool table = output.format() == OutputFormat::Table;
     for (int b = 0; b < plan.groups.size(); ++b) {
         const SReadGroup &group = plan.groups.at(b);
@@ -38,17 +34,18 @@ int Commands::plan(const CommandContext &context)
             // A table names the block on its first tag only, so blocks stand out.
             const bool named = first || !table;
             auto blockCell = [named](const Cell &cell) { return named ? cell : Cell{cell.text, cell.json, {}}; };
-            output.addRow({blockCell(Cells::number(qlonglong(b + 1))), blockCell(Cells::text(group.areaText)),
-                           blockCell(Cells::text(group.start.toString())),
-                           blockCell(Cells::number(qlonglong(group.length))), blockCell(Cells::text(kindName(group.kind))),
-                           Cells::text(place.key().tag), Cells::text(TypeNames::name(place.key().dataType)),
-                           Cells::number(qlonglong(place.value().offset))});
+            output.addRow(
+                {blockCell(Cells::number(qlonglong(b + 1))), blockCell(Cells::text(group.areaText)),
+                 blockCell(Cells::text(group.start.toString())), blockCell(Cells::number(qlonglong(group.length))),
+                 blockCell(Cells::text(kindName(group.kind))), Cells::text(place.key().tag),
+                 Cells::text(TypeNames::name(place.key().dataType)), Cells::number(qlonglong(place.value().offset))});
             first = false;
         }
     }
     for (const Induction::SReadInfo &info : plan.pointTags)
-        output.addRow({Cells::null(), Cells::null(), Cells::null(), Cells::null(), Cells::text(QStringLiteral("refused")),
-                       Cells::text(info.tag), Cells::text(TypeNames::name(info.dataType)), Cells::null()});
+        output.addRow({Cells::null(), Cells::null(), Cells::null(), Cells::null(),
+                       Cells::text(QStringLiteral("refused")), Cells::text(info.tag),
+                       Cells::text(TypeNames::name(info.dataType)), Cells::null()});
     output.endTable();
 
     const int tags = plan.tags.size();

@@ -2,6 +2,7 @@
 #include "Console.h"
 #include "Outcome.h"
 #include "Output.h"
+#include "Plural.h"
 #include "ReadPlan.h"
 #include "RecordRows.h"
 #include "StopSignal.h"
@@ -46,7 +47,10 @@ void waitUntil(const QElapsedTimer &clock, qint64 deadlineMs)
     }
 }
 
-QString milliseconds(double ms) { return QString::number(ms, 'f', 1); }
+QString milliseconds(double ms)
+{
+    return QString::number(ms, 'f', 1);
+}
 
 } // namespace
 
@@ -82,8 +86,9 @@ int Commands::poll(const CommandContext &context)
         if (redraw)
             output.rewind();
         output.addNote(QStringLiteral("timing"),
-                       QStringLiteral("cycle %1: %2 requests in %3 ms").arg(cycle).arg(plan.requestsPerCycle()).arg(
-                           milliseconds(ms)),
+                       QStringLiteral("cycle %1: %2 in %3 ms")
+                           .arg(cycle)
+                           .arg(plural(plan.requestsPerCycle(), "request", "requests"), milliseconds(ms)),
                        {{QStringLiteral("cycle"), Cells::number(qlonglong(cycle))},
                         {QStringLiteral("requests"), Cells::number(qlonglong(plan.requestsPerCycle()))},
                         {QStringLiteral("ms"), Cells::number(ms)}});
@@ -97,16 +102,19 @@ int Commands::poll(const CommandContext &context)
             outcome.addStatus(record.status);
         }
         output.endTable();
-        waitUntil(clock, cycleStart + context.options.intervalMs);
+        if (cycle != context.options.cycles)
+            waitUntil(clock, cycleStart + context.options.intervalMs);
     }
+    if (redraw && StopSignal::requested())
+        Console::out() << '\n'; // past the ^C that the terminal echoed
 
     if (cycle > 0)
         output.addNote(QStringLiteral("summary"),
-                       QStringLiteral("%1 cycles of %2 requests for %3 tags; round trip %4/%5/%6 ms (min/avg/max)")
-                           .arg(cycle)
-                           .arg(plan.requestsPerCycle())
-                           .arg(plan.tags.size())
-                           .arg(milliseconds(fastest), milliseconds(total / cycle), milliseconds(slowest)),
+                       QStringLiteral("%1 of %2 for %3; round trip %4/%5/%6 ms (min/avg/max)")
+                           .arg(plural(cycle, "cycle", "cycles"),
+                                plural(plan.requestsPerCycle(), "request", "requests"),
+                                plural(plan.tags.size(), "tag", "tags"), milliseconds(fastest),
+                                milliseconds(total / cycle), milliseconds(slowest)),
                        {{QStringLiteral("cycles"), Cells::number(qlonglong(cycle))},
                         {QStringLiteral("requests"), Cells::number(qlonglong(plan.requestsPerCycle()))},
                         {QStringLiteral("tags"), Cells::number(qlonglong(plan.tags.size()))},

@@ -9,7 +9,10 @@ namespace {
 
 using TagKey = QPair<QString, int>;
 
-TagKey keyOf(const Induction::SReadInfo &info) { return {info.tag, info.dataType}; }
+TagKey keyOf(const Induction::SReadInfo &info)
+{
+    return {info.tag, info.dataType};
+}
 
 } // namespace
 

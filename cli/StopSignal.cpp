@@ -6,7 +6,10 @@ namespace {
 
 volatile std::sig_atomic_t g_stop = 0;
 
-void onSignal(int) { g_stop = 1; }
+void onSignal(int)
+{
+    g_stop = 1;
+}
 
 } // namespace
 
@@ -21,4 +24,7 @@ void StopSignal::install()
     sigaction(SIGTERM, &action, nullptr);
 }
 
-bool StopSignal::requested() { return g_stop != 0; }
+bool StopSignal::requested()
+{
+    return g_stop != 0;
+}

@@ -10,7 +10,10 @@
 
 namespace {
 
-bool writes(TagSyntax syntax) { return syntax == TagSyntax::Write || syntax == TagSyntax::WritePlan; }
+bool writes(TagSyntax syntax)
+{
+    return syntax == TagSyntax::Write || syntax == TagSyntax::WritePlan;
+}
 
 // "int32" or, for reads, "int32x4".
 bool parseType(const QString &text, TagSyntax syntax, TagItem *item, QString *why)

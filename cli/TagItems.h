@@ -16,10 +16,10 @@ struct TagItem {
 
 // How a command takes its tags.
 enum class TagSyntax {
-    Read,      // TAG:TYPE[xCOUNT]
-    Plan,      // TAG:TYPE, one element each, as the planner takes them
-    Write,     // TAG:TYPE=VALUE[,VALUE...]
-    WritePlan  // TAG:TYPE=VALUE, one value each, as the planner takes them
+    Read,     // TAG:TYPE[xCOUNT]
+    Plan,     // TAG:TYPE, one element each, as the planner takes them
+    Write,    // TAG:TYPE=VALUE[,VALUE...]
+    WritePlan // TAG:TYPE=VALUE, one value each, as the planner takes them
 };
 
 namespace TagItems {

@@ -5,9 +5,9 @@
 
 namespace {
 
-const char *const kPrefixes[] = {"DI",  "DI_F", "DI_S", "DO",  "DO_F", "DO_S", "AI",  "AI_F", "AI_S",
-                                 "AO",  "AO_F", "AO_S", "SD",  "SA",   "NDI",  "NDO", "NAI",  "NAO",
-                                 "HDS", "HDP",  "HAI",  "LD",  "LA",   "LW",   "SI",  "SO",   "Custom"};
+const char *const kPrefixes[] = {"DI",  "DI_F", "DI_S", "DO", "DO_F", "DO_S", "AI",  "AI_F", "AI_S",
+                                 "AO",  "AO_F", "AO_S", "SD", "SA",   "NDI",  "NDO", "NAI",  "NAO",
+                                 "HDS", "HDP",  "HAI",  "LD", "LA",   "LW",   "SI",  "SO",   "Custom"};
 
 bool isPrefix(const QString &text, Qt::CaseSensitivity sensitivity)
 {

@@ -4,7 +4,7 @@
 
 namespace {
 
-const char *const kNames[] = {"bool",  "int8",   "uint8", "int16",  "uint16", "int32",
+const char *const kNames[] = {"bool",   "int8",  "uint8", "int16",  "uint16", "int32",
                               "uint32", "float", "int64", "uint64", "double", "string"};
 
 } // namespace

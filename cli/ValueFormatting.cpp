@@ -8,8 +8,7 @@
 
 namespace {
 
-template <typename F>
-QString shortestText(F value)
+template <typename F> QString shortestText(F value)
 {
     char buffer[64];
     const std::to_chars_result result = std::to_chars(buffer, buffer + sizeof buffer, value);
@@ -17,8 +16,7 @@ QString shortestText(F value)
 }
 
 // JSON has no NaN or infinity; they travel as the texts "nan", "inf", "-inf".
-template <typename F>
-QString jsonNumber(F value)
+template <typename F> QString jsonNumber(F value)
 {
     const QString text = shortestText(value);
     return std::isfinite(value) ? text : ValueFormatting::jsonString(text);
@@ -48,8 +46,7 @@ void append(ValueText *out, double value)
     out->json << jsonNumber(value);
 }
 
-template <typename T>
-void append(ValueText *out, T value)
+template <typename T> void append(ValueText *out, T value)
 {
     // char is shown as the signed number it carries, never as a character.
     using Number = std::conditional_t<std::is_signed<T>::value, qlonglong, qulonglong>;
@@ -58,8 +55,7 @@ void append(ValueText *out, T value)
     out->json << text;
 }
 
-template <typename T>
-bool appendList(const QVariant &value, ValueText *out)
+template <typename T> bool appendList(const QVariant &value, ValueText *out)
 {
     if (value.userType() != qMetaTypeId<QList<T>>())
         return false;
@@ -101,8 +97,14 @@ ValueText ValueFormatting::format(const QVariant &value, int requestedType)
     return out;
 }
 
-QString ValueFormatting::shortest(float value) { return shortestText(value); }
-QString ValueFormatting::shortest(double value) { return shortestText(value); }
+QString ValueFormatting::shortest(float value)
+{
+    return shortestText(value);
+}
+QString ValueFormatting::shortest(double value)
+{
+    return shortestText(value);
+}
 
 QString ValueFormatting::jsonString(const QString &text)
 {

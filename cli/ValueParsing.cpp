@@ -32,8 +32,7 @@ bool parseMagnitude(QString text, bool negativeAllowed, bool *negative, qulonglo
     return ok;
 }
 
-template <typename T>
-bool parseInteger(const QString &text, T *value)
+template <typename T> bool parseInteger(const QString &text, T *value)
 {
     bool negative = false;
     qulonglong magnitude = 0;
@@ -72,13 +71,34 @@ bool parseElement(const QString &text, char *value)
     return ok;
 }
 
-bool parseElement(const QString &text, uchar *value) { return parseInteger(text, value); }
-bool parseElement(const QString &text, short *value) { return parseInteger(text, value); }
-bool parseElement(const QString &text, ushort *value) { return parseInteger(text, value); }
-bool parseElement(const QString &text, int *value) { return parseInteger(text, value); }
-bool parseElement(const QString &text, uint *value) { return parseInteger(text, value); }
-bool parseElement(const QString &text, qlonglong *value) { return parseInteger(text, value); }
-bool parseElement(const QString &text, qulonglong *value) { return parseInteger(text, value); }
+bool parseElement(const QString &text, uchar *value)
+{
+    return parseInteger(text, value);
+}
+bool parseElement(const QString &text, short *value)
+{
+    return parseInteger(text, value);
+}
+bool parseElement(const QString &text, ushort *value)
+{
+    return parseInteger(text, value);
+}
+bool parseElement(const QString &text, int *value)
+{
+    return parseInteger(text, value);
+}
+bool parseElement(const QString &text, uint *value)
+{
+    return parseInteger(text, value);
+}
+bool parseElement(const QString &text, qlonglong *value)
+{
+    return parseInteger(text, value);
+}
+bool parseElement(const QString &text, qulonglong *value)
+{
+    return parseInteger(text, value);
+}
 
 // toFloat refuses what lies beyond the float range or would underflow to 0.
 bool parseElement(const QString &text, float *value)
@@ -125,31 +145,32 @@ QString rangeHint(int dataType)
     }
 }
 
+template <typename T> bool parseList(int dataType, const QStringList &texts, QVariant *list, QString *why)
+{
+    QList<T> values;
+    values.reserve(texts.size());
+    for (const QString &text : texts) {
+        T value{};
+        if (!parseElement(text, &value)) {
+            *why =
+                QStringLiteral("\"%1\" is no %2 value (%3)").arg(text, TypeNames::name(dataType), rangeHint(dataType));
+            return false;
+        }
+        values.append(value);
+    }
+    *list = SorvikValues::toVariant(values);
+    return true;
+}
+
 } // namespace
 
 bool ValueParsing::parse(int dataType, const QStringList &texts, QVariant *list, QString *why)
 {
-    bool ok = true;
-    const bool known = dataType >= 1 && dataType <= 12 &&
-                       SorvikValues::visitElementType(dataType, [&](auto element) {
-                           using T = typename decltype(element)::type;
-                           QList<T> values;
-                           values.reserve(texts.size());
-                           for (const QString &text : texts) {
-                               T value{};
-                               if (!parseElement(text, &value)) {
-                                   *why = QStringLiteral("\"%1\" is no %2 value (%3)")
-                                              .arg(text, TypeNames::name(dataType), rangeHint(dataType));
-                                   ok = false;
-                                   return;
-                               }
-                               values.append(value);
-                           }
-                           *list = SorvikValues::toVariant(values);
+    bool ok = false;
+    const bool known = dataType >= 1 && dataType <= 12 && SorvikValues::visitElementType(dataType, [&](auto element) {
+                           ok = parseList<typename decltype(element)::type>(dataType, texts, list, why);
                        });
-    if (!known) {
+    if (!known)
         *why = QStringLiteral("no values for type %1").arg(dataType);
-        return false;
-    }
-    return ok;
+    return known && ok;
 }

@@ -12,7 +12,10 @@ namespace {
 
 using TagKey = QPair<QString, int>;
 
-TagKey keyOf(const Induction::SWriteInfo &info) { return {info.tag, info.dataType}; }
+TagKey keyOf(const Induction::SWriteInfo &info)
+{
+    return {info.tag, info.dataType};
+}
 
 QString blockName(const SWriteGroup &group)
 {

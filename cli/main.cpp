@@ -73,8 +73,8 @@ bool gatherTags(const CliOptions &options, const CommandSpec &spec, QList<TagIte
         QSet<QPair<QString, int>> seen;
         for (const TagItem &item : qAsConst(*items)) {
             if (seen.contains({item.tag, item.dataType})) {
-                *why = QStringLiteral("%1: %2:%3 is given twice").arg(item.origin, item.tag,
-                                                                      TypeNames::name(item.dataType));
+                *why = QStringLiteral("%1: %2:%3 is given twice")
+                           .arg(item.origin, item.tag, TypeNames::name(item.dataType));
                 return false;
             }
             seen.insert({item.tag, item.dataType});

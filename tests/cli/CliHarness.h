@@ -29,7 +29,10 @@ inline QString host()
 }
 
 // The embedded simulator of the CLI on this program's own loopback address.
-inline QStringList embedded() { return {QStringLiteral("--sim-address"), host()}; }
+inline QStringList embedded()
+{
+    return {QStringLiteral("--sim-address"), host()};
+}
 
 inline Run runProgram(const QString &program, const QStringList &arguments, int timeoutMs = 20000)
 {

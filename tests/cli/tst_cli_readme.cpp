@@ -53,8 +53,8 @@ QStringList readmeExamples()
     for (const QString &line : text.mid(begin, end - begin).split(QLatin1Char('\n'))) {
         if (line.startsWith(QLatin1String("```")))
             inShell = line == QLatin1String("```sh");
-        else if (inShell && (line.startsWith(QLatin1String("sorvik-cli ")) ||
-                             line.startsWith(QLatin1String("sorvik-sim "))))
+        else if (inShell &&
+                 (line.startsWith(QLatin1String("sorvik-cli ")) || line.startsWith(QLatin1String("sorvik-sim "))))
             commands << line.trimmed();
     }
     return commands;
@@ -95,8 +95,8 @@ private slots:
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("output");
         for (const Expectation &example : kExamples)
-            QTest::newRow(example.command) << QString::fromUtf8(example.command) << example.exitCode
-                                           << QString::fromUtf8(example.output);
+            QTest::newRow(example.command)
+                << QString::fromUtf8(example.command) << example.exitCode << QString::fromUtf8(example.output);
     }
     void examplesRun()
     {

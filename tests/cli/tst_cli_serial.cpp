@@ -29,8 +29,8 @@ private slots:
 
     void pollOneCycle()
     {
-        const Run run = cli({"--connect", m_sim.connectText(), "--format", "csv", "poll", "AI1:int32", "DI3:bool",
-                             "--cycles", "1"});
+        const Run run = cli(
+            {"--connect", m_sim.connectText(), "--format", "csv", "poll", "AI1:int32", "DI3:bool", "--cycles", "1"});
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.outLines().size(), 3);
         QVERIFY2(run.outLines().at(1).startsWith(QLatin1String("1,AI1,int32,0,ok,42,")), qPrintable(run.out));

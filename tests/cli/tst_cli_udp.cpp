@@ -24,8 +24,8 @@ class CliUdp : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_sim.startUdp({"--set", "AI1=int32:42", "--set", "AI3=float:1.5", "--set", "DI5=bool:1", "--set",
-                                "Custom5=int16:-3"}));
+        QVERIFY(m_sim.startUdp(
+            {"--set", "AI1=int32:42", "--set", "AI3=float:1.5", "--set", "DI5=bool:1", "--set", "Custom5=int16:-3"}));
     }
 
     // Each value goes out and comes back alike, at the edges of its type.
@@ -34,21 +34,47 @@ private slots:
         QTest::addColumn<QString>("write");
         QTest::addColumn<QString>("read");
         QTest::addColumn<QString>("value");
-        QTest::newRow("float list") << "AO1:float=1.5,-2.25" << "AO1:floatx2" << "[1.5,-2.25]";
-        QTest::newRow("float shortest") << "AO5:float=0.1" << "AO5:float" << "[0.1]";
-        QTest::newRow("int32 min") << "LW1:int32=-2147483648" << "LW1:int32" << "[-2147483648]";
-        QTest::newRow("uint32 max") << "LW3:uint32=4294967295" << "LW3:uint32" << "[4294967295]";
-        QTest::newRow("int16 edges") << "SA1:int16=-32768,32767" << "SA1:int16x2" << "[-32768,32767]";
-        QTest::newRow("uint16 hex") << "SA5:uint16=0xffff" << "SA5:uint16" << "[65535]";
-        QTest::newRow("int8 pair") << "SA9:int8=-128,127" << "SA9:int8x2" << "[-128,127]";
-        QTest::newRow("uint8 pair") << "SA11:uint8=255,0" << "SA11:uint8x2" << "[255,0]";
+        QTest::newRow("float list") << "AO1:float=1.5,-2.25"
+                                    << "AO1:floatx2"
+                                    << "[1.5,-2.25]";
+        QTest::newRow("float shortest") << "AO5:float=0.1"
+                                        << "AO5:float"
+                                        << "[0.1]";
+        QTest::newRow("int32 min") << "LW1:int32=-2147483648"
+                                   << "LW1:int32"
+                                   << "[-2147483648]";
+        QTest::newRow("uint32 max") << "LW3:uint32=4294967295"
+                                    << "LW3:uint32"
+                                    << "[4294967295]";
+        QTest::newRow("int16 edges") << "SA1:int16=-32768,32767"
+                                     << "SA1:int16x2"
+                                     << "[-32768,32767]";
+        QTest::newRow("uint16 hex") << "SA5:uint16=0xffff"
+                                    << "SA5:uint16"
+                                    << "[65535]";
+        QTest::newRow("int8 pair") << "SA9:int8=-128,127"
+                                   << "SA9:int8x2"
+                                   << "[-128,127]";
+        QTest::newRow("uint8 pair") << "SA11:uint8=255,0"
+                                    << "SA11:uint8x2"
+                                    << "[255,0]";
         // 64-bit integers are read most significant byte first and written
         // least significant first: values alike in every byte come back alike.
-        QTest::newRow("int64") << "LW5:int64=-1" << "LW5:int64" << "[-1]";
-        QTest::newRow("uint64") << "LW7:uint64=72340172838076673" << "LW7:uint64" << "[72340172838076673]";
-        QTest::newRow("double") << "LA1:double=2.5e-300" << "LA1:double" << "[2.5e-300]";
-        QTest::newRow("bools") << "DO1:bool=1,false,true" << "DO1:boolx3" << "[true,false,true]";
-        QTest::newRow("quoted text") << "SI4:string=\"hello, world\"" << "SI4:string" << "[\"hello, world\"]";
+        QTest::newRow("int64") << "LW5:int64=-1"
+                               << "LW5:int64"
+                               << "[-1]";
+        QTest::newRow("uint64") << "LW7:uint64=72340172838076673"
+                                << "LW7:uint64"
+                                << "[72340172838076673]";
+        QTest::newRow("double") << "LA1:double=2.5e-300"
+                                << "LA1:double"
+                                << "[2.5e-300]";
+        QTest::newRow("bools") << "DO1:bool=1,false,true"
+                               << "DO1:boolx3"
+                               << "[true,false,true]";
+        QTest::newRow("quoted text") << "SI4:string=\"hello, world\""
+                                     << "SI4:string"
+                                     << "[\"hello, world\"]";
     }
     void roundTrip()
     {
@@ -121,8 +147,8 @@ private slots:
         const QStringList rows = linesWith(run, "tag");
         QCOMPARE(rows.size(), 6);
         auto describe = [](const QString &row) {
-            return QStringList{member(row, "block"), member(row, "area"), member(row, "start"),
-                               member(row, "length"), member(row, "kind"), member(row, "tag"), member(row, "offset")}
+            return QStringList{member(row, "block"), member(row, "area"), member(row, "start"), member(row, "length"),
+                               member(row, "kind"),  member(row, "tag"),  member(row, "offset")}
                 .join(QLatin1Char(' '));
         };
         QCOMPARE(describe(rows.at(0)), QStringLiteral("1 \"DI\" \"5\" 3 \"points\" \"DI5\" 0"));

@@ -72,8 +72,9 @@ private slots:
         row("no tag file", {"--file", "/nonexistent/tags.csv", "read"}, 1, "cannot read tag file");
         row("no library", {"--library", "/nonexistent/libSorvik.so", "info"}, 1, "not found");
         row("not a library", {"--library", SORVIK_SOURCE_DIR "/README.md", "info"}, 1, "cannot load drive library");
-        row("no drive inside", {"--library", QLibraryInfo::location(QLibraryInfo::LibrariesPath) + "/libQt5Core.so.5", "info"},
-            1, "is no Sorvik drive: it exports no getSharedLibrary");
+        row("no drive inside",
+            {"--library", QLibraryInfo::location(QLibraryInfo::LibrariesPath) + "/libQt5Core.so.5", "info"}, 1,
+            "is no Sorvik drive: it exports no getSharedLibrary");
         // Nobody answers on the discard port of this program's loopback address.
         row("no controller", {"--connect", host() + ":9", "read", "AI1:int32"}, 2, "no answer to the handshake");
         row("no serial port", {"--connect", "/dev/nonexistent-tty,9600,8,1,N", "read", "AI1:int32"}, 2,
