@@ -11,10 +11,17 @@ using TestSupport::hex;
 
 namespace {
 
+#ifdef SORVIK_SIM_FILE
+QString program()
+{
+    return QStringLiteral(SORVIK_SIM_FILE);
+}
+#else
 QString program()
 {
     return QStringLiteral(SORVIK_BINARY_DIR "/sim/sorvik-sim");
 }
+#endif
 
 // One reply to `frame` from a UDP simulator at "udp ADDRESS:PORT".
 QByteArray exchangeUdp(const QString &where, const QByteArray &frame, int waitMs = 1000)
