@@ -35,20 +35,17 @@ void TestAddressing::areaAndIndex_data()
     QTest::newRow("AI_F before AI") << "AI_F12" << 8 << 11;
     QTest::newRow("unknown suffix keeps AI") << "AI_X3" << 7 << 2;
     QTest::newRow("letters after prefix") << "AIR7" << 7 << 6;
-    QTest::newRow("HAI before AI") << "HAI2" << 21 << 1;
     QTest::newRow("NAO") << "NAO1000" << 18 << 999;
     QTest::newRow("SI inside a word") << "SIGNAL9" << 28 << 8;
     QTest::newRow("Custom inside a word") << "Customer7" << 29 << 6;
     QTest::newRow("SO has no code") << "SO1" << 0 << 0;
     QTest::newRow("lower case") << "di1" << 0 << 0;
-    QTest::newRow("lower case Custom") << "custom1" << 0 << 0;
     QTest::newRow("prefix not at start") << "1DI" << 0 << 0;
     QTest::newRow("empty") << "" << 0 << -1;
     QTest::newRow("digits joined") << "AI3_7" << 7 << 36;
     QTest::newRow("digits in brackets") << "SI1[20]" << 28 << 119;
     QTest::newRow("largest 32-bit number") << "LW4294967295" << 24 << -2;
     QTest::newRow("beyond 32 bits") << "LW4294967296" << 24 << -1;
-    QTest::newRow("far beyond 32 bits") << "LW99999999999999999999999" << 24 << -1;
     QTest::newRow("non-ASCII digit skipped") << QString::fromUtf8("AI\u0663"
                                                                   "5")
                                              << 7 << 4;
@@ -75,18 +72,15 @@ void TestAddressing::byteLength_data()
     QTest::newRow("Int8 on DI, too long") << 2 << 184 << 1 << 0;
     QTest::newRow("Int8 on AI, below a word") << 2 << 3 << 7 << 0;
     QTest::newRow("Int8 on AI, cut to words") << 3 << 7 << 7 << 4;
-    QTest::newRow("Int8 on AI_S, word group") << 2 << 8 << 9 << 8;
     QTest::newRow("Int8 on SA, cut to pairs") << 2 << 5 << 14 << 4;
     QTest::newRow("Int8 on SA, below a pair") << 2 << 1 << 14 << 0;
     QTest::newRow("Int8 on Custom, pair group") << 3 << 5 << 29 << 4;
     QTest::newRow("Int8 on AO_F") << 2 << 8 << 11 << 0;
     QTest::newRow("Int8 on AO_S") << 3 << 8 << 12 << 0;
     QTest::newRow("Int32 on AO_F") << 6 << 2 << 11 << 8;
-    QTest::newRow("Int32 on AO_S") << 7 << 2 << 12 << 8;
     QTest::newRow("Int8 on SI, below a block") << 2 << 255 << 28 << 0;
     QTest::newRow("Int8 on SI, one block") << 2 << 256 << 28 << 256;
     QTest::newRow("Int8 on SI, cut to a block") << 2 << 300 << 28 << 256;
-    QTest::newRow("Int8 on SI, five blocks") << 2 << 1280 << 28 << 1280;
     QTest::newRow("Int8 on SI, six blocks") << 2 << 1536 << 28 << 0;
     QTest::newRow("string, largest") << 12 << 1467 << 28 << 1467;
     QTest::newRow("string, at the limit") << 12 << 1468 << 7 << 0;
@@ -95,16 +89,13 @@ void TestAddressing::byteLength_data()
     QTest::newRow("float on a bit area") << 8 << 3 << 1 << 12;
     QTest::newRow("double, largest") << 11 << 183 << 7 << 1464;
     QTest::newRow("double, too long") << 11 << 184 << 7 << 0;
-    QTest::newRow("UInt64 on area 0") << 10 << 1 << 0 << 8;
     QTest::newRow("type 0") << 0 << 4 << 7 << 0;
     QTest::newRow("type 13") << 13 << 1 << 7 << 0;
-    QTest::newRow("type 40") << 40 << 1 << 7 << 0;
     QTest::newRow("negative type") << -1 << 1 << 7 << 0;
     QTest::newRow("count 0") << 6 << 0 << 24 << 0;
     QTest::newRow("negative count") << 1 << -5 << 7 << 0;
     QTest::newRow("negative Int8 count on SA") << 2 << -7 << 14 << 0;
     QTest::newRow("huge count would wrap in 32 bits") << 6 << 1073741825 << 24 << 0;
-    QTest::newRow("largest count") << 11 << 2147483647 << 7 << 0;
     QTest::newRow("smallest count") << 2 << (-2147483647 - 1) << 1 << 0;
 }
 

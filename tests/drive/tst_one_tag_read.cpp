@@ -190,11 +190,9 @@ void TestOneTagRead::refusedBeforeTheLink_data()
     QTest::newRow("negative count") << "AI1" << 6 << -1 << 4 << true;
     QTest::newRow("type 0") << "AI1" << 0 << 1 << 2 << true;
     QTest::newRow("type 13") << "AI1" << 13 << 1 << 4 << false;
-    QTest::newRow("type 41") << "AI1" << 41 << 1 << 4 << false;
     QTest::newRow("too long") << "AI1" << 6 << 367 << 4 << false;
     QTest::newRow("huge count") << "AI1" << 11 << 2147483647 << 4 << false;
     QTest::newRow("less than a block") << "SI1" << 2 << 255 << 4 << false;
-    QTest::newRow("bytes on AO_F") << "AO_F1" << 3 << 8 << 4 << false;
 }
 
 void TestOneTagRead::refusedBeforeTheLink()
