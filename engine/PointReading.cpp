@@ -1,6 +1,5 @@
 #include "CInductiveDrive.h"
 
-#include <QDateTime>
 #include <QThread>
 
 using Induction::SReadInfo;
@@ -10,17 +9,6 @@ CLabelVariable CInductiveDrive::PointReading(const QString &connectPar, const SR
     if (!m_readCallback)
         return CLabelVariable();
     if (info.dataType != TYPE_STRING) {
-        // A number outside the element types cannot be handed on as a DataType
-        // without undefined behaviour; it is refused here as the type it is.
-        if (info.dataType < TYPE_NONE || info.dataType > TYPE_NO_ELEMENT) {
-            CLabelVariable refused;
-            refused.status = 2;
-            refused.time = QDateTime::currentDateTime();
-            refused.tag = info.tag;
-            refused.dataType = info.dataType;
-            refused.length = 1;
-            return refused;
-        }
         return m_readCallback(connectPar, info.tag, static_cast<DataType>(info.dataType), 1);
     }
 

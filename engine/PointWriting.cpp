@@ -7,17 +7,6 @@
 
 using Induction::SWriteInfo;
 
-namespace {
-
-// A number that is no DataType must not travel as one; the write path
-// refuses type 0 with status 2, which tells the caller what was wrong.
-DataType asDataType(int dataType)
-{
-    return dataType >= TYPE_NONE && dataType <= TYPE_NO_ELEMENT ? static_cast<DataType>(dataType) : TYPE_NONE;
-}
-
-} // namespace
-
 CLabelVariable CInductiveDrive::PointWriting(const QString &connectPar, const SWriteInfo &info)
 {
     if (!m_writeCallback)
@@ -25,7 +14,7 @@ CLabelVariable CInductiveDrive::PointWriting(const QString &connectPar, const SW
     CLabelVariable result;
     if (info.dataType != TYPE_STRING) {
         // One element, whatever the list holds.
-        result = m_writeCallback(connectPar, info.tag, asDataType(info.dataType), info.value, 1);
+        result = m_writeCallback(connectPar, info.tag, static_cast<DataType>(info.dataType), info.value, 1);
         return result;
     }
     // A string goes out as a fixed-length Int8 run under its canonical tag

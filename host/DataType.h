@@ -2,8 +2,9 @@
 
 // Element types of a tag value. 1 to 12 travel on the one-tag path; 13 to 40
 // are byte-order forms of a base element that the engine sizes and decodes
-// like their base; 41 has no element at all.
-enum DataType {
+// like their base; 41 has no element at all. The type is an int underneath,
+// so any number a host passes travels unchanged and is refused where it fails.
+enum DataType : int {
     TYPE_NONE = 0,
     TYPE_BOOL = 1,
     TYPE_INT8 = 2,

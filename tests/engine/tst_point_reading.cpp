@@ -60,7 +60,7 @@ private slots:
     void stringTagGoesOutUnderItsCanonicalText_data();
     void stringTagGoesOutUnderItsCanonicalText();
     void stringCacheIsPerConnectionAndTrusted();
-    void typeOutsideTheTableIsRefused();
+    void typeOutsideTheTableIsHandedOn();
     void listReadsEveryEntryInOrder();
     void listPausesAfterEveryTag();
 };
@@ -152,22 +152,16 @@ void TestPointReading::stringCacheIsPerConnectionAndTrusted()
     QCOMPARE(engine.m_stringPoints[kConnect].size(), 1);
 }
 
-// Numbers beyond the element types cannot travel as a DataType; they are
-// refused without a read.
-void TestPointReading::typeOutsideTheTableIsRefused()
+// Any type number travels on unchanged; the one-tag path decides about it.
+void TestPointReading::typeOutsideTheTableIsHandedOn()
 {
     CInductiveDrive engine;
     Recorder device;
     device.attach(engine);
-    for (int type : {-1, 42, 1000}) {
-        const CLabelVariable record = engine.PointReading(kConnect, SReadInfo{"AI5", type});
-        QCOMPARE(record.status, 2);
-        QCOMPARE(record.dataType, type);
-        QCOMPARE(record.tag, QStringLiteral("AI5"));
-    }
-    QVERIFY(device.calls.isEmpty());
-    engine.PointReading(kConnect, SReadInfo{"AI5", TYPE_NONE});
-    QCOMPARE(device.call(0), QStringLiteral("AI5 0 1"));
+    for (int type : {-1, 42, 1000})
+        engine.PointReading(kConnect, SReadInfo{"AI5", type});
+    QCOMPARE(device.calls.size(), 3);
+    QCOMPARE(device.call(1), QStringLiteral("AI5 42 1"));
 }
 
 void TestPointReading::listReadsEveryEntryInOrder()

@@ -107,9 +107,9 @@ void TestPointWriting::numbersKeepTagTypeAndValueWithLengthOne_data()
     QTest::newRow("UInt8") << entry("DO1", TYPE_UINT8, values<uchar>({5})) << 3;
     QTest::newRow("a byte-order form") << entry("LW1", TYPE_INT32_F2, values<int>({5})) << 18;
     QTest::newRow("no element") << entry("LW1", TYPE_NO_ELEMENT, QVariant()) << 41;
-    // No DataType at all: it travels as type 0, which the write path refuses.
-    QTest::newRow("above the table") << entry("LW1", 1000, values<int>({5})) << 0;
-    QTest::newRow("negative") << entry("LW1", -1, values<int>({5})) << 0;
+    // Any number travels on unchanged; the write path refuses what it cannot size.
+    QTest::newRow("above the table") << entry("LW1", 1000, values<int>({5})) << 1000;
+    QTest::newRow("negative") << entry("LW1", -1, values<int>({5})) << -1;
 }
 
 void TestPointWriting::numbersKeepTagTypeAndValueWithLengthOne()
