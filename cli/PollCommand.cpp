@@ -56,6 +56,7 @@ QString milliseconds(double ms)
 
 int Commands::poll(const CommandContext &context)
 {
+    StopSignal::install();
     const ReadPlan plan = ReadPlan::make(context.drive, context.connectPar, context.items);
     Output &output = context.output;
     // On a terminal the table is redrawn in place, like a live display.

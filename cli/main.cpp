@@ -7,7 +7,6 @@
 #include "Console.h"
 #include "DriveLibrary.h"
 #include "ExitCode.h"
-#include "StopSignal.h"
 #include "TagFile.h"
 #include "TypeNames.h"
 #include "host/CDriveBaseClass.h"
@@ -133,6 +132,5 @@ int main(int argc, char *argv[])
     const int early = CliOptionsParser::parse(QCoreApplication::arguments(), &options);
     if (early >= 0)
         return early;
-    StopSignal::install();
     return run(options);
 }
