@@ -1,6 +1,7 @@
 #include "Console.h"
 
 #include <cstdio>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 QTextStream &Console::out()
@@ -24,4 +25,10 @@ void Console::error(const QString &text)
 bool Console::stdoutIsTerminal()
 {
     return ::isatty(STDOUT_FILENO) == 1;
+}
+
+int Console::terminalLines()
+{
+    winsize size{};
+    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? int(size.ws_row) : 0;
 }

@@ -10,4 +10,6 @@ QTextStream &err();
 // "sorvik-cli: <text>" on stderr.
 void error(const QString &text);
 bool stdoutIsTerminal();
+// Lines of the terminal on stdout, 0 when unknown.
+int terminalLines();
 } // namespace Console

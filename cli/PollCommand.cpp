@@ -59,8 +59,10 @@ int Commands::poll(const CommandContext &context)
     StopSignal::install();
     const ReadPlan plan = ReadPlan::make(context.drive, context.connectPar, context.items);
     Output &output = context.output;
-    // On a terminal the table is redrawn in place, like a live display.
-    const bool redraw = output.format() == OutputFormat::Table && Console::stdoutIsTerminal();
+    // On a terminal the table is redrawn in place, like a live display, when
+    // it fits: the cursor cannot climb back above the top of the screen.
+    const bool redraw = output.format() == OutputFormat::Table && Console::stdoutIsTerminal() &&
+                        plan.tags.size() + 3 < Console::terminalLines();
     QStringList columns = RecordRows::columns();
     if (output.format() != OutputFormat::Table)
         columns.prepend(QStringLiteral("cycle"));

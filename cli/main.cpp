@@ -88,7 +88,7 @@ int run(const CliOptions &options)
     QList<TagItem> items;
     QString why;
     if (!gatherTags(options, *spec, &items, &why) ||
-        (spec->connects && !options.connectText.isEmpty() && !ConnectionText::check(options.connectText, &why))) {
+        (!options.connectText.isEmpty() && !ConnectionText::check(options.connectText, &why))) {
         Console::error(why);
         return ExitUsage;
     }
