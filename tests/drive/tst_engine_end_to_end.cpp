@@ -1,0 +1,266 @@
+// Tag lists through the whole drive: planned, read block by block and written
+// block by block against the simulator over loopback, one frame per block.
+
+#include "drive/LibSorvik.h"
+#include "sim/SorvikSimulator.h"
+
+#include "DriveTestSupport.h"
+#include "TestSupport.h"
+
+#include <QtTest>
+
+using namespace Induction;
+using DriveTest::listOf;
+
+namespace {
+
+const QString kConnect = QStringLiteral("1");
+
+struct Expected {
+    SReadInfo info;
+    QVariant value;
+};
+
+} // namespace
+
+class TestEngineEndToEnd : public QObject
+{
+    Q_OBJECT
+
+    SorvikSimulator m_sim;
+    quint16 m_port = 0;
+    LibSorvik m_drive;
+
+    QList<Expected> presetProcess();
+
+private slots:
+    void initTestCase();
+    void init();
+    void pollCycleCostsOneFramePerBlock();
+    void failureShapes();
+    void blockWritesReadBack();
+    void failedBlockWriteIsRetriedWithPlannedBytes();
+    void pointReadingAndWritingOfStrings();
+};
+
+void TestEngineEndToEnd::initTestCase()
+{
+    m_port = m_sim.startUdp(TestSupport::testHost());
+    QVERIFY(m_port != 0);
+    QCOMPARE(m_drive.ConnectDrive(DriveTest::udpText(m_port)), 0);
+}
+
+void TestEngineEndToEnd::init()
+{
+    m_sim.setFaults(SimFaults());
+    m_sim.clearMemory();
+    m_sim.clearFrames();
+    m_drive.DelInductiveDrive_Read(kConnect);
+    m_drive.DelCannotInductiveDrive_Read(kConnect);
+}
+
+// A process image across bit, word, pair and block areas and many types.
+QList<Expected> TestEngineEndToEnd::presetProcess()
+{
+    const QStringList assignments = {
+        "AI1=int32:-42",      "AI3=float:1.5",        "AI4=int16:-7",          "AI5=uint16:65000",
+        "AI6=uint32:4000000000", "AI20=double:2.25",  "NAI100=int64:-5",       "NAI102=uint64:7",
+        "NAI200=float:-3.5",  "LW7=int32:123456",     "SA1=int16:300",         "SA2=uint16:2",
+        "DI5=bool:1",         "DI7=bool:0",           "DI8=bool:1",            "NDI1000=bool:1",
+        "SI2=string:pump on",
+    };
+    for (const QString &assignment : assignments) {
+        QString error;
+        if (!m_sim.presetTag(assignment, &error))
+            qFatal("preset %s: %s", qPrintable(assignment), qPrintable(error));
+    }
+    return {
+        {{"AI1", TYPE_INT32}, listOf<int>({-42})},
+        {{"AI3", TYPE_FLOAT}, listOf<float>({1.5f})},
+        {{"AI4", TYPE_INT16}, listOf<short>({-7})},
+        {{"AI5", TYPE_UINT16}, listOf<ushort>({65000})},
+        {{"AI6", TYPE_UINT32}, listOf<uint>({4000000000u})},
+        {{"AI20", TYPE_DOUBLE}, listOf<double>({2.25})},
+        {{"NAI100", TYPE_INT64}, listOf<qlonglong>({-5})},
+        {{"NAI102", TYPE_UINT64}, listOf<qulonglong>({7})},
+        {{"NAI200", TYPE_FLOAT}, listOf<float>({-3.5f})},
+        {{"LW7", TYPE_INT32}, listOf<int>({123456})},
+        {{"SA1", TYPE_INT16}, listOf<short>({300})},
+        {{"SA2", TYPE_UINT16}, listOf<ushort>({2})},
+        {{"DI5", TYPE_BOOL}, listOf<bool>({true})},
+        {{"DI7", TYPE_BOOL}, listOf<bool>({false})},
+        {{"DI8", TYPE_INT16}, listOf<bool>({true})}, // any type in a bit block reads as one point
+        {{"NDI1000", TYPE_BOOL}, listOf<bool>({true})},
+        {{"SI2", TYPE_STRING}, listOf<QString>({"pump on"})},
+    };
+}
+
+void TestEngineEndToEnd::pollCycleCostsOneFramePerBlock()
+{
+    const QList<Expected> expected = presetProcess();
+    QList<SReadInfo> tags;
+    for (const Expected &e : expected)
+        tags << e.info;
+    tags << SReadInfo{"XY1", TYPE_INT32} << SReadInfo{"AI5[2]", TYPE_STRING};
+
+    const QList<QList<SReadInfo>> keys = m_drive.InductiveDrive_Read(kConnect, tags);
+    QCOMPARE(m_sim.frameCount(), 0); // planning touches no device
+    QCOMPARE(m_drive.GetCannotInductiveDrive_Read(kConnect).size(), 2);
+    // DI, AI, SA, NDI, NAI (two blocks: 100..102 and 200), LW, SI.
+    QCOMPARE(keys.size(), 8);
+
+    for (int cycle = 0; cycle < 3; ++cycle) {
+        QMap<SReadInfo, CLabelVariable> records;
+        const int before = m_sim.frameCount();
+        for (const QList<SReadInfo> &key : keys) {
+            const int framesBefore = m_sim.frameCount();
+            const QMap<SReadInfo, CLabelVariable> block = m_drive.BlockReading(kConnect, key);
+            QCOMPARE(m_sim.frameCount(), framesBefore + 1);
+            for (auto it = block.begin(); it != block.end(); ++it)
+                records.insert(it.key(), it.value());
+        }
+        QCOMPARE(m_sim.frameCount() - before, keys.size());
+        QCOMPARE(records.size(), expected.size());
+        for (const Expected &e : expected) {
+            const CLabelVariable record = records.value(e.info);
+            QCOMPARE(record.status, 0);
+            QCOMPARE(record.tag, e.info.tag);
+            QCOMPARE(record.dataType, e.info.dataType);
+            QCOMPARE(record.length, 1);
+            QVERIFY(!record.time.isNull());
+            const int listType = e.info.tag.startsWith("DI") || e.info.tag.startsWith("NDI") ? int(TYPE_BOOL)
+                                                                                             : e.info.dataType;
+            COMPARE_VALUE(listType, record.value, e.value);
+        }
+    }
+}
+
+void TestEngineEndToEnd::failureShapes()
+{
+    const QList<SReadInfo> tags = {{"AI1", TYPE_INT32}, {"AI3", TYPE_FLOAT}, {"DI5", TYPE_BOOL}};
+
+    // Never connected: byte blocks answer with entries of status 9, bit blocks with nothing.
+    LibSorvik unconnected;
+    const QList<QList<SReadInfo>> keys = unconnected.InductiveDrive_Read(kConnect, tags);
+    QCOMPARE(keys.size(), 2);
+    QVERIFY(unconnected.BlockReading(kConnect, keys.at(0)).isEmpty()); // DI block
+    const QMap<SReadInfo, CLabelVariable> closed = unconnected.BlockReading(kConnect, keys.at(1));
+    QCOMPARE(closed.size(), 2);
+    for (const CLabelVariable &record : closed) {
+        QCOMPARE(record.status, 9);
+        QVERIFY(record.time.isNull());
+    }
+
+    // A silent controller: status 8 on the byte block, an empty map for the bit block.
+    m_drive.InductiveDrive_Read(kConnect, tags);
+    SimFaults silent;
+    silent.silent = true;
+    m_sim.setFaults(silent);
+    TestSupport::LogCapture log;
+    QVERIFY(m_drive.BlockReading(kConnect, keys.at(0)).isEmpty());
+    const QMap<SReadInfo, CLabelVariable> lost = m_drive.BlockReading(kConnect, keys.at(1));
+    QCOMPARE(lost.size(), 2);
+    QCOMPARE(lost.first().status, 8);
+    QCOMPARE(log.texts(QtWarningMsg).size(), 2);
+    m_sim.setFaults(SimFaults());
+
+    // Keys in another order, or removed, find nothing and send nothing.
+    const int frames = m_sim.frameCount();
+    QList<SReadInfo> reversed = keys.at(1);
+    std::reverse(reversed.begin(), reversed.end());
+    QVERIFY(m_drive.BlockReading(kConnect, reversed).isEmpty());
+    m_drive.DelInductiveDrive_Read(kConnect, keys.at(1));
+    QVERIFY(m_drive.BlockReading(kConnect, keys.at(1)).isEmpty());
+    QCOMPARE(m_sim.frameCount(), frames);
+}
+
+void TestEngineEndToEnd::blockWritesReadBack()
+{
+    QList<SWriteInfo> infos;
+    for (int i = 1; i <= 41; ++i) // 40 floats in one block, the 41st in a second
+        infos << SWriteInfo{QStringLiteral("NAO%1").arg(i), TYPE_FLOAT, listOf<float>({i * 0.5f})};
+    infos << SWriteInfo{"LW1", TYPE_INT32, listOf<int>({-9})} << SWriteInfo{"LW2", TYPE_UINT32, listOf<uint>({9})}
+          << SWriteInfo{"SA3", TYPE_INT32, listOf<int>({70000})} << SWriteInfo{"SA5", TYPE_INT16, listOf<short>({-2})}
+          << SWriteInfo{"AO2", TYPE_DOUBLE, listOf<double>({-1.25})}
+          << SWriteInfo{"DO1", TYPE_BOOL, listOf<bool>({true})} << SWriteInfo{"DO2", TYPE_BOOL, listOf<bool>({false})}
+          << SWriteInfo{"DO3", TYPE_BOOL, listOf<bool>({true})}
+          << SWriteInfo{"SI3", TYPE_STRING, listOf<QString>({"valve"})}
+          << SWriteInfo{"AI9", TYPE_INT32, QVariant(5)}; // no list: refused, never sent
+
+    const QList<QList<SWriteInfo>> keys = m_drive.InductiveDrive_Write(kConnect, infos);
+    QCOMPARE(m_drive.GetCannotInductiveDrive_Write(kConnect).size(), 1);
+    QCOMPARE(m_drive.GetCannotInductiveDrive_Write(kConnect).first().tag, QStringLiteral("AI9"));
+    // NAO x2, LW, SA, AO, DO, SI.
+    QCOMPARE(keys.size(), 7);
+
+    for (const QList<SWriteInfo> &key : keys) {
+        const int before = m_sim.frameCount();
+        const QMap<SWriteInfo, CLabelVariable> written = m_drive.BlockWriting(kConnect, key);
+        QCOMPARE(m_sim.frameCount(), before + 1);
+        QCOMPARE(written.size(), key.size());
+        QCOMPARE(written.first().status, 0);
+    }
+    QVERIFY(m_drive.GetInductiveDrive_Write(kConnect).isEmpty());
+
+    // Every tag reads back what was written, through the one-tag path. A
+    // planned string lands as its text from the first byte of the block, with
+    // no length byte in front, so it is checked in the controller's memory.
+    QCOMPARE(m_sim.memory(28, 2 * 256, 6), QByteArray("valve\0", 6));
+    for (const SWriteInfo &info : infos) {
+        if (info.tag == "AI9" || info.dataType == TYPE_STRING)
+            continue;
+        const CLabelVariable back = m_drive.ReadVariable(info.tag, DataType(info.dataType), 1);
+        QCOMPARE(back.status, 0);
+        COMPARE_VALUE(info.dataType, back.value, info.value);
+    }
+}
+
+void TestEngineEndToEnd::failedBlockWriteIsRetriedWithPlannedBytes()
+{
+    const QList<SWriteInfo> infos = {{"AO1", TYPE_FLOAT, listOf<float>({1.0f})},
+                                     {"AO2", TYPE_FLOAT, listOf<float>({2.0f})}};
+    const QList<QList<SWriteInfo>> keys = m_drive.InductiveDrive_Write(kConnect, infos);
+    QCOMPARE(keys.size(), 1);
+
+    SimFaults silent;
+    silent.silent = true;
+    m_sim.setFaults(silent);
+    QCOMPARE(m_drive.BlockWriting(kConnect, keys.first()).first().status, 8);
+    QCOMPARE(m_drive.GetInductiveDrive_Write(kConnect).size(), 1);
+
+    // The retry sends the planned bytes, whatever values the key entries carry now.
+    m_sim.setFaults(SimFaults());
+    QList<SWriteInfo> retry = keys.first();
+    retry[0].value = listOf<float>({99.0f});
+    m_sim.clearFrames();
+    QCOMPARE(m_drive.BlockWriting(kConnect, retry).first().status, 0);
+    QCOMPARE(m_sim.frames().size(), 1);
+    QCOMPARE(m_sim.frames().first(), TestSupport::hex("020101000a000000000800") + TestSupport::hex("0000803f00000040"));
+    QCOMPARE(m_sim.memory(10, 0, 8), TestSupport::hex("0000803f00000040"));
+    QVERIFY(m_drive.GetInductiveDrive_Write(kConnect).isEmpty());
+    QVERIFY(m_drive.BlockWriting(kConnect, retry).isEmpty());
+    QCOMPARE(m_sim.frames().size(), 1);
+}
+
+void TestEngineEndToEnd::pointReadingAndWritingOfStrings()
+{
+    const CLabelVariable written =
+        m_drive.PointWriting(kConnect, SWriteInfo{"SI005", TYPE_STRING, listOf<QString>({"abc"})});
+    QCOMPARE(written.status, 0);
+    QCOMPARE(written.tag, QStringLiteral("SI5"));
+    QCOMPARE(m_sim.frames().last().left(11), TestSupport::hex("020101001c000004010000"));
+
+    const QMap<SReadInfo, CLabelVariable> read =
+        m_drive.PointReading(kConnect, {{"SI5", TYPE_STRING}, {"AI5", TYPE_STRING}, {"Custom5", TYPE_INT16}}, 0);
+    QCOMPARE(read.value({"SI5", TYPE_STRING}).status, 0);
+    const QList<char> bytes = SorvikValues::listFrom<char>(read.value({"SI5", TYPE_STRING}).value);
+    // The first byte of a block is taken as its head and stripped: a string
+    // written as a point comes back without its first character.
+    QCOMPARE(bytes.size(), 255);
+    QCOMPARE(QByteArray(bytes.mid(0, 3).toVector().constData(), 3), QByteArray("bc\0", 3));
+    QCOMPARE(read.value({"AI5", TYPE_STRING}).status, 4);
+    QCOMPARE(read.value({"Custom5", TYPE_INT16}).status, 0); // the one-tag grammar is wider
+}
+
+QTEST_GUILESS_MAIN(TestEngineEndToEnd)
+#include "tst_engine_end_to_end.moc"
