@@ -199,7 +199,7 @@ private slots:
         QVERIFY(sim.startUdp({"--set", "AI1=int32:42"}));
         QProcess poll;
         poll.start(QStringLiteral(SORVIK_CLI_FILE), {"--connect", sim.connectText(), "--format", "json", "poll",
-                                                     "AI1:int32", "DI1:bool", "--cycles", "3", "--interval", "300"});
+                                                     "AI1:int32", "DI1:bool", "--cycles", "3", "--interval", "500"});
         QVERIFY(poll.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT((poll.waitForReadyRead(50), poll.peek(4096).contains("\"timing\"")), 5000);
         sim.stop();
@@ -214,7 +214,11 @@ private slots:
         QCOMPARE(member(last.at(0), "meaning"), QStringLiteral("\"no reply\""));
         // A bit block that got no reply leaves its tag without a record.
         QCOMPARE(member(last.at(1), "meaning"), QStringLiteral("\"not done\""));
-        QCOMPARE(QString::fromUtf8(poll.readAllStandardError()), QStringLiteral("sorvik-cli: 4 of 6 tags failed\n"));
+        // Cycle 2 may still have met the controller on a slow machine.
+        const QString err = QString::fromUtf8(poll.readAllStandardError());
+        QVERIFY2(err == QLatin1String("sorvik-cli: 4 of 6 tags failed\n") ||
+                     err == QLatin1String("sorvik-cli: 2 of 6 tags failed\n"),
+                 qPrintable(err));
     }
 
     void silentControllerIsNoConnection()
