@@ -1,6 +1,7 @@
 // sorvik-sim: a Sorvik controller stand-in on UDP, a pseudo-terminal or a
 // serial port, with preset memory and optional faults.
 
+#include "SimLiveValues.h"
 #include "SorvikSimulator.h"
 
 #include <QCommandLineParser>
@@ -71,13 +72,14 @@ struct Options {
     QCommandLineOption extraDatagram{"extra-datagram", "Send every reply twice."};
     QCommandLineOption emptyFirst{"empty-first", "Send an empty datagram before every reply."};
     QCommandLineOption silent{"silent", "Answer nothing at all."};
+    QCommandLineOption live{"live", "Run a small demo process: inputs (AI, DI, SA, NAI, SI) that change over time."};
     QCommandLineOption logFrames{"log-frames", "Log every frame in and out as hexadecimal text on stderr."};
 
     void addTo(QCommandLineParser *parser) const
     {
         for (const QCommandLineOption *option :
              {&address, &port, &pty, &serial, &set, &presetFile, &seed, &drop, &delay, &wrongIdentity, &truncate, &pad,
-              &overlong, &extraDatagram, &emptyFirst, &silent, &logFrames})
+              &overlong, &extraDatagram, &emptyFirst, &silent, &live, &logFrames})
             parser->addOption(*option);
     }
 };
@@ -205,6 +207,7 @@ int main(int argc, char *argv[])
     options.addTo(&parser);
 
     SorvikSimulator sim;
+    SimLiveValues live(&sim);
     try {
         if (!parser.parse(QCoreApplication::arguments()))
             throw BadUsage(parser.errorText());
@@ -218,6 +221,8 @@ int main(int argc, char *argv[])
             QLoggingCategory::setFilterRules(QStringLiteral("sorvik.sim.frames.debug=true"));
         sim.setFaults(faultsFrom(parser, options));
         presetFrom(parser, options, &sim);
+        if (parser.isSet(options.live))
+            live.start();
         if (!quitOnSignals(&app))
             throw BadUsage(QStringLiteral("cannot watch for signals"));
         const QString where = startTransport(parser, options, &sim);
@@ -229,6 +234,7 @@ int main(int argc, char *argv[])
     }
 
     const int status = app.exec();
+    live.stop();
     sim.stop();
     const SimCounters c = sim.counters();
     std::fprintf(stderr, "frames %d handshakes %d reads %d writes %d invalid %d faults %d\n", c.frames, c.handshakes,
