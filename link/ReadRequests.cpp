@@ -5,10 +5,10 @@
 
 #include "FrameBytes.h"
 #include "LinkLog.h"
+#include "ReplyUnpacking.h"
 #include "SorvikProtocol.h"
 
 using namespace SorvikProtocol;
-using FrameBytes::byteAt;
 
 namespace {
 
@@ -29,7 +29,7 @@ int readFrame(CmdSorvik &link, int area, qint32 address, qint32 length, const QS
     if (result == -3)
         return -3;
     if (result == 0) {
-        if (byteAt(*reply, 0) == kReadFunction && byteAt(*reply, 1) == kRequestByte1)
+        if (ReplyUnpacking::isOwnReply(*reply))
             return 0;
         LinkLog::warning(LinkLog::frameLine(QStringLiteral("lib[Sorvik]返回的序号错误 %1:%2  %3 len = %4 msg : %5"),
                                             link.m_peerAddress, link.m_peerPort, tag, length, *reply));
@@ -68,7 +68,7 @@ int CmdSorvik::ReadBits(int area, int index, int count, QByteArray *out, QString
     QByteArray reply;
     const int result = readFrame(*this, area, index, count, tag, &reply);
     if (result == 0 && out)
-        FrameBytes::appendZeroFilled(out, reply, kReplyHeadSize, count);
+        ReplyUnpacking::unpackBits(reply, count, out);
     return result;
 }
 
@@ -79,26 +79,9 @@ int CmdSorvik::ReadBytes(int area, int index, int length, QByteArray *out, QStri
     QByteArray reply;
     const qint32 address = FrameBytes::scaledAddress(index, addressFactor(area));
     const int result = readFrame(*this, area, address, length, tag, &reply);
-    if (result != 0 || !out)
-        return result;
-
-    if (!isBitArea(area)) {
-        FrameBytes::appendZeroFilled(out, reply, kReplyHeadSize, length);
-        return 0;
-    }
-    // Eight wire bytes, one per bit, make one data byte; wire element 0 is bit 0.
-    const int packed = length / 8;
-    const int start = out->size();
-    out->resize(start + packed);
-    char *to = out->data() + start;
-    for (int i = 0; i < packed; ++i) {
-        const int base = kReplyHeadSize + 8 * i;
-        unsigned byte = 0;
-        for (int k = 0; k < 8; ++k)
-            byte |= unsigned(byteAt(reply, base + k)) << k;
-        to[i] = static_cast<char>(byte & 0xFF);
-    }
-    return 0;
+    if (result == 0 && out)
+        ReplyUnpacking::unpackBytes(reply, area, length, out);
+    return result;
 }
 
 int CmdSorvik::ReadStrings(int area, int index, int count, QByteArray *out, QString tag)
@@ -109,15 +92,7 @@ int CmdSorvik::ReadStrings(int area, int index, int count, QByteArray *out, QStr
     QByteArray reply;
     const qint32 address = FrameBytes::scaledAddress(index, kStringBlock);
     const int result = readFrame(*this, area, address, static_cast<qint32>(length), tag, &reply);
-    if (result != 0 || !out)
-        return result;
-
-    // Each block gives its length byte and text; a negative length byte gives nothing at all.
-    for (int i = 0; i < count; ++i) {
-        const int base = kReplyHeadSize + kStringBlock * i;
-        const qint8 textLength = static_cast<qint8>(byteAt(reply, base));
-        if (textLength >= 0)
-            FrameBytes::appendZeroFilled(out, reply, base, textLength + 1);
-    }
-    return 0;
+    if (result == 0 && out)
+        ReplyUnpacking::unpackStrings(reply, count, out);
+    return result;
 }
