@@ -1,5 +1,7 @@
 #include "Console.h"
 
+#include <QLoggingCategory>
+
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -16,10 +18,30 @@ QTextStream &Console::err()
     return stream;
 }
 
+// The host's own diagnostics, apart from the drive's lines (category
+// "default"), so QT_LOGGING_RULES can filter either.
+Q_LOGGING_CATEGORY(lcCli, "sorvik.cli")
+
+namespace {
+
+void printMessage(QtMsgType, const QMessageLogContext &context, const QString &text)
+{
+    const bool own = context.category && qstrcmp(context.category, "sorvik.cli") == 0;
+    QTextStream &stream = Console::err();
+    stream << (own ? "sorvik-cli: " : "") << text << '\n';
+    stream.flush();
+}
+
+} // namespace
+
+void Console::installLogging()
+{
+    qInstallMessageHandler(printMessage);
+}
+
 void Console::error(const QString &text)
 {
-    err() << "sorvik-cli: " << text << '\n';
-    err().flush();
+    qCWarning(lcCli, "%s", qUtf8Printable(text));
 }
 
 bool Console::stdoutIsTerminal()

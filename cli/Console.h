@@ -7,6 +7,9 @@
 namespace Console {
 QTextStream &out();
 QTextStream &err();
+// Every log line on stderr as its bare text, the host's own (category
+// "sorvik.cli") behind "sorvik-cli: ".
+void installLogging();
 // "sorvik-cli: <text>" on stderr.
 void error(const QString &text);
 bool stdoutIsTerminal();

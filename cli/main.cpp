@@ -125,6 +125,7 @@ int run(const CliOptions &options)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
+    Console::installLogging();
     QCoreApplication::setApplicationName(QStringLiteral("sorvik-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(SORVIK_CLI_VERSION));
 
