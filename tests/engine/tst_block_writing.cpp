@@ -4,30 +4,17 @@
 #include "engine/CInductiveDrive.h"
 #include "host/ValueLists.h"
 
+#include "EngineTestSupport.h"
+
 #include <QtTest>
 
 using Induction::SWriteInfo;
 using SorvikValues::toVariant;
+using EngineTest::entry;
+using EngineTest::values;
+using EngineTest::bytesOf;
 
 namespace {
-
-SWriteInfo entry(const QString &tag, int dataType, const QVariant &value)
-{
-    return SWriteInfo{tag, dataType, value};
-}
-
-template <typename T> QVariant values(std::initializer_list<T> list)
-{
-    return toVariant(QList<T>(list));
-}
-
-QByteArray bytesOf(const QVariant &data)
-{
-    QByteArray bytes;
-    for (const char byte : SorvikValues::listFrom<char>(data))
-        bytes.append(byte);
-    return bytes;
-}
 
 struct WriteCall {
     QString connectPar;

@@ -4,6 +4,8 @@
 #include "engine/CInductiveDrive.h"
 #include "host/ValueLists.h"
 
+#include "EngineTestSupport.h"
+
 #include <QtTest>
 
 #include <algorithm>
@@ -11,52 +13,13 @@
 
 using Induction::SWriteInfo;
 using SorvikValues::toVariant;
+using EngineTest::entry;
+using EngineTest::values;
+using EngineTest::bytesOf;
+using EngineTest::tagsOf;
+using EngineTest::sameValue;
 
 namespace {
-
-SWriteInfo entry(const QString &tag, int dataType, const QVariant &value)
-{
-    return SWriteInfo{tag, dataType, value};
-}
-
-template <typename T> QVariant values(std::initializer_list<T> list)
-{
-    return toVariant(QList<T>(list));
-}
-
-QByteArray bytesOf(const QVariant &data)
-{
-    QByteArray bytes;
-    for (const char byte : SorvikValues::listFrom<char>(data))
-        bytes.append(byte);
-    return bytes;
-}
-
-QStringList tagsOf(const QList<SWriteInfo> &key)
-{
-    QStringList tags;
-    for (const SWriteInfo &info : key)
-        tags << info.tag;
-    return tags;
-}
-
-// Same list type and equal elements; anything else by QVariant equality.
-bool sameValue(const QVariant &a, const QVariant &b)
-{
-    if (a.userType() != b.userType())
-        return false;
-    bool listed = false;
-    bool equal = false;
-    for (int type = TYPE_BOOL; type <= TYPE_STRING; ++type)
-        SorvikValues::visitElementType(type, [&](auto element) {
-            using T = typename decltype(element)::type;
-            if (!listed && a.userType() == qMetaTypeId<QList<T>>()) {
-                listed = true;
-                equal = SorvikValues::listFrom<T>(a) == SorvikValues::listFrom<T>(b);
-            }
-        });
-    return listed ? equal : a == b;
-}
 
 // One block as expected: its tags in key order and its fields; `data` is the
 // hexadecimal text of the bytes, or of one byte 00/01 a point.
