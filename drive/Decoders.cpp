@@ -10,13 +10,14 @@ using ElementBytes::byteAt;
 
 namespace {
 
-// Elements past both the data and the largest reply are zeros whatever the
-// count says; a huge count from a direct caller is cut there instead of
-// asking for gigabytes of zeros.
+// The list has count elements, zeros past the data. Only an absurd count
+// from a direct caller, a million elements beyond the data, is cut there
+// instead of asking for gigabytes of zeros.
 int boundedCount(int count, const QByteArray &data, int width)
 {
+    constexpr qint64 kMostBeyondData = 1 << 20;
     const qint64 inData = (qint64(data.size()) + width - 1) / width;
-    const qint64 most = qMax<qint64>(inData, SorvikProtocol::kTransferLimit);
+    const qint64 most = inData + kMostBeyondData;
     return count > 0 ? static_cast<int>(qMin<qint64>(count, most)) : 0;
 }
 
@@ -34,9 +35,15 @@ template <typename T> T littleEndianAt(const QByteArray &data, qint64 offset)
 template <typename T> QVariant decodeLittleEndian(const QByteArray &data, int count)
 {
     const int n = boundedCount(count, data, sizeof(T));
+    // Elements that lie wholly in the data are read straight from it; only
+    // those past its end need the byte-by-byte look with zeros.
+    const int whole = qMin(n, data.size() / int(sizeof(T)));
     QList<T> list;
     list.reserve(n);
-    for (int i = 0; i < n; ++i)
+    const char *at = data.constData();
+    for (int i = 0; i < whole; ++i, at += sizeof(T))
+        list.append(ElementBytes::fromLittleEndian<T>(at));
+    for (int i = whole; i < n; ++i)
         list.append(littleEndianAt<T>(data, qint64(i) * qint64(sizeof(T))));
     return SorvikValues::toVariant(list);
 }

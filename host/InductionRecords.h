@@ -8,8 +8,8 @@
 // Records of the grouped ("inductive") reading and writing of tag lists.
 namespace Induction {
 
-enum EInductionFun { INDUCTION_READ = 1, INDUCTION_WRITE = 2 };
-enum EInductionType { INDUCTION_BYTE_LIMIT = 1, INDUCTION_POINT_LIMIT = 2 };
+enum EInductionFun : int { INDUCTION_READ = 1, INDUCTION_WRITE = 2 };
+enum EInductionType : int { INDUCTION_BYTE_LIMIT = 1, INDUCTION_POINT_LIMIT = 2 };
 
 // One tag to read. Ordered by tag text, then dataType.
 struct SReadInfo {

@@ -35,11 +35,10 @@ int CmdSorvik::OpenUdp(QString host, int port)
     m_peerPort = port;
     if (!m_peerAddress.setAddress(host))
         return -1;
-    // A failed bind (address not local, port taken) is not an error: sending
-    // then goes out from a port the system picks. A socket still bound from
-    // an earlier open keeps its binding; binding it again could only fail.
-    if (m_udp->state() == QAbstractSocket::UnconnectedState)
-        m_udp->bind(m_peerAddress, kLocalUdpPort);
+    // A failed bind (address not local, port taken, a socket still bound from
+    // an earlier open) is not an error: sending then goes out from the port
+    // the socket already has or one the system picks.
+    m_udp->bind(m_peerAddress, kLocalUdpPort);
     if (Handshake() != 0) {
         CloseUdp();
         return -2;
@@ -255,12 +254,13 @@ void CmdSorvik::myreadyRead()
         return;
     // Each datagram replaces the buffer: of several pending only the last is
     // kept, and an empty one leaves the buffer empty. The sender is not
-    // compared with the peer.
+    // compared with the peer. The size of the next datagram is -1 when none
+    // is pending, so it alone drives the loop: one look at the socket per
+    // datagram and one at the end.
     QHostAddress sender;
     quint16 senderPort = 0;
-    while (m_udp->hasPendingDatagrams()) {
-        const qint64 size = m_udp->pendingDatagramSize();
-        m_rxBuffer.resize(static_cast<int>(qMax<qint64>(size, 0)));
+    for (qint64 size = m_udp->pendingDatagramSize(); size >= 0; size = m_udp->pendingDatagramSize()) {
+        m_rxBuffer.resize(static_cast<int>(size));
         const qint64 got = m_udp->readDatagram(m_rxBuffer.data(), m_rxBuffer.size(), &sender, &senderPort);
         if (got < 0) {
             // A failed read leaves nothing half-filled behind and cannot spin here.

@@ -11,20 +11,11 @@
 
 namespace FrameBytes {
 
-// The largest value a 24-bit length field carries without losing bits.
-constexpr qint64 kMaxFieldValue = 0xFFFFFF;
+// The largest value a 24-bit length field carries.
+constexpr int kMaxFieldValue = 0xFFFFFF;
 
-// A frame whose area code or length field would lose bits on the wire would
-// address or size something other than what was asked; such frames are
-// refused instead of sent. (Addresses keep their low 24 bits by design, so
-// an element index of -1 still goes out as a number.)
-inline bool fitsFrame(int area, qint64 length)
-{
-    return area >= 0 && area <= 0xFF && length >= 0 && length <= kMaxFieldValue;
-}
-
-// Element index times factor, wrapped to 32 bits like the signed number it
-// stands for; only the low 24 bits reach the wire.
+// Element index (or count) times factor, wrapped to 32 bits like the signed
+// number it stands for; only the low 24 bits reach the wire.
 inline qint32 scaledAddress(int index, int factor)
 {
     return static_cast<qint32>(static_cast<quint32>(index) * static_cast<quint32>(factor));
@@ -54,11 +45,13 @@ inline quint8 byteAt(const QByteArray &bytes, qint64 offset)
     return offset >= 0 && offset < bytes.size() ? static_cast<quint8>(bytes.at(static_cast<int>(offset))) : 0;
 }
 
-// Appends `count` bytes of `source` from `offset` on, zeros where the source ends.
+// Appends `count` bytes of `source` from `offset` on, zeros where the source
+// ends. No frame carries more than a 24-bit field counts, so neither does this.
 inline void appendZeroFilled(QByteArray *out, const QByteArray &source, int offset, int count)
 {
     if (count <= 0)
         return;
+    count = qMin(count, kMaxFieldValue);
     const int present = qBound(0, source.size() - offset, count);
     const int start = out->size();
     out->resize(start + count);

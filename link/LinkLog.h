@@ -19,16 +19,6 @@ inline QString frameLine(const QString &pattern, const QHostAddress &peer, int p
                        QString::fromLatin1(frame.toHex()));
 }
 
-// A request that cannot be put into a frame without losing bits is refused
-// with this warning; `what` is "read" or "write".
-inline QString refusedLine(const char *what, const QHostAddress &peer, int port, const QString &tag, int area,
-                           qint64 length)
-{
-    return QStringLiteral("lib[Sorvik]%1 refused %2:%3  %4 area = %5 len = %6: does not fit a frame")
-        .arg(QLatin1String(what), peer.toString(), QString::number(port), tag, QString::number(area),
-             QString::number(length));
-}
-
 inline void debug(const QString &text)
 {
     qDebug("%s", qUtf8Printable(text));

@@ -12,14 +12,6 @@ using namespace SorvikProtocol;
 
 namespace {
 
-// A length or area that loses bits in the frame would ask for other data
-// than was meant: nothing is sent, and the caller sees no data.
-int refuseRead(const CmdSorvik &link, int area, qint64 length, const QString &tag)
-{
-    LinkLog::warning(LinkLog::refusedLine("read", link.m_peerAddress, link.m_peerPort, tag, area, length));
-    return -2;
-}
-
 // Sends one read request and checks that the reply is ours. 0 with the cut
 // reply in *reply, -2 no reply or a foreign one, -3 link closed.
 int readFrame(CmdSorvik &link, int area, qint32 address, qint32 length, const QString &tag, QByteArray *reply)
@@ -63,8 +55,6 @@ int CmdSorvik::ReadExchange(QByteArray request, QByteArray *reply, int length, Q
 
 int CmdSorvik::ReadBits(int area, int index, int count, QByteArray *out, QString tag)
 {
-    if (!FrameBytes::fitsFrame(area, count))
-        return refuseRead(*this, area, count, tag);
     QByteArray reply;
     const int result = readFrame(*this, area, index, count, tag, &reply);
     if (result == 0 && out)
@@ -74,8 +64,6 @@ int CmdSorvik::ReadBits(int area, int index, int count, QByteArray *out, QString
 
 int CmdSorvik::ReadBytes(int area, int index, int length, QByteArray *out, QString tag)
 {
-    if (!FrameBytes::fitsFrame(area, length))
-        return refuseRead(*this, area, length, tag);
     QByteArray reply;
     const qint32 address = FrameBytes::scaledAddress(index, addressFactor(area));
     const int result = readFrame(*this, area, address, length, tag, &reply);
@@ -86,12 +74,10 @@ int CmdSorvik::ReadBytes(int area, int index, int length, QByteArray *out, QStri
 
 int CmdSorvik::ReadStrings(int area, int index, int count, QByteArray *out, QString tag)
 {
-    const qint64 length = qint64(count) * kStringBlock;
-    if (!FrameBytes::fitsFrame(area, length))
-        return refuseRead(*this, area, length, tag);
+    const qint32 length = FrameBytes::scaledAddress(count, kStringBlock);
     QByteArray reply;
     const qint32 address = FrameBytes::scaledAddress(index, kStringBlock);
-    const int result = readFrame(*this, area, address, static_cast<qint32>(length), tag, &reply);
+    const int result = readFrame(*this, area, address, length, tag, &reply);
     if (result == 0 && out)
         ReplyUnpacking::unpackStrings(reply, count, out);
     return result;

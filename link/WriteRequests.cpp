@@ -26,14 +26,6 @@ void logWrite(const CmdSorvik &link, LineKind kind, const QByteArray &frame, qin
                                       link.m_peerAddress, link.m_peerPort, tag, length, reply));
 }
 
-// An area or length that loses bits in the frame would write somewhere or
-// something else than was meant: nothing is sent.
-int refuseWrite(const CmdSorvik &link, int area, qint64 length, const QString &tag)
-{
-    LinkLog::warning(LinkLog::refusedLine("write", link.m_peerAddress, link.m_peerPort, tag, area, length));
-    return -2;
-}
-
 // Outside the bit areas the address counts bytes of the element's width;
 // area 28 is reached here byte by byte (blocks go through WriteBlock).
 int writeFactor(int area)
@@ -41,16 +33,16 @@ int writeFactor(int area)
     return isBlockArea(area) ? 1 : addressFactor(area);
 }
 
-// One wire byte per bit: wire byte j is bit j % 8 of payload byte j / 8.
-// A length that is no multiple of eight spreads the low bits of the next
-// payload byte as well, so the data behind the head is always as long as
-// the length field says and holds the caller's bits.
+// One wire byte per bit, eight for each whole payload byte that the length
+// counts: wire byte j is bit j % 8 of payload byte j / 8. A length that is no
+// multiple of eight sends its last, partial byte's bits not at all.
 void appendSpreadBits(QByteArray *frame, const QByteArray &payload, int length)
 {
+    const int wireBytes = qBound(0, length / 8 * 8, FrameBytes::kMaxFieldValue);
     const int start = frame->size();
-    frame->resize(start + length);
+    frame->resize(start + wireBytes);
     char *to = frame->data() + start;
-    for (int j = 0; j < length; ++j)
+    for (int j = 0; j < wireBytes; ++j)
         to[j] = static_cast<char>((FrameBytes::byteAt(payload, j / 8) >> (j % 8)) & 1);
 }
 
@@ -65,8 +57,6 @@ int CmdSorvik::WriteExchange(const QByteArray &frame, int length, QByteArray *re
 
 int CmdSorvik::WriteBytes(int area, int index, int length, QByteArray payload, QString tag)
 {
-    if (!FrameBytes::fitsFrame(area, length))
-        return refuseWrite(*this, area, length, tag);
     const qint32 address = FrameBytes::scaledAddress(index, writeFactor(area));
     QByteArray frame = FrameBytes::requestHead(kWriteFunction, area, address, length, length);
     if (isBitArea(area))
@@ -88,28 +78,24 @@ int CmdSorvik::WriteBytes(int area, int index, int length, QByteArray payload, Q
 
 int CmdSorvik::WriteBlock(int area, int index, int blocks, QByteArray payload, QString tag)
 {
-    const qint64 length = qint64(blocks) * kStringBlock;
-    if (!FrameBytes::fitsFrame(area, length))
-        return refuseWrite(*this, area, length, tag);
+    const qint32 length = FrameBytes::scaledAddress(blocks, kStringBlock);
     // The whole payload follows the head, whatever the length field says.
     const qint32 address = FrameBytes::scaledAddress(index, kStringBlock);
     QByteArray frame =
-        FrameBytes::requestHead(kWriteFunction, area, address, static_cast<qint32>(length), payload.size());
+        FrameBytes::requestHead(kWriteFunction, area, address, length, payload.size());
     frame.append(payload);
 
     if (IsLinkOpen() != 0)
         return -3;
     QByteArray reply;
-    const int result = WriteExchange(frame, static_cast<int>(length), &reply);
+    const int result = WriteExchange(frame, length, &reply);
     if (m_debug)
-        logWrite(*this, LineKind::Tag, frame, static_cast<qint32>(length), tag, reply);
+        logWrite(*this, LineKind::Tag, frame, length, tag, reply);
     return result == 0 ? 0 : -2;
 }
 
 int CmdSorvik::WriteBits(int area, int index, int count, QByteArray payload, QString tag)
 {
-    if (!FrameBytes::fitsFrame(area, count))
-        return refuseWrite(*this, area, count, tag);
     // The element index goes out unchanged on every area.
     QByteArray frame = FrameBytes::requestHead(kWriteFunction, area, index, count, count);
     // Padded with zeros when short, like WriteBytes.

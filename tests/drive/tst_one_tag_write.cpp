@@ -102,8 +102,11 @@ void TestOneTagWrite::frameOnTheWire_data()
                                        "03616263");
     QTest::newRow("block of SI2") << "SI2" << 2 << charsOf(counting(256)) << 256
                                   << hex("020101001c000001010000") + counting(256);
-    QTest::newRow("block cut to whole blocks")
-        << "SI1" << 3 << filled<uchar>(300, 7) << 300 << hex("020101001c000000010000") + QByteArray(256, 7);
+    QTest::newRow("block sends its whole payload")
+        << "SI1" << 3 << filled<uchar>(300, 7) << 300 << hex("020101001c000000010000") + QByteArray(300, 7);
+    QTest::newRow("one long string, whatever its size")
+        << "SI1" << 12 << listOf<QString>({QString(300, 'x')}) << 1
+        << hex("020101001c000000000001") + hex("2c") + QByteArray(300, 'x');
     QTest::newRow("bool to SI1 by bits") << "SI1" << 1 << listOf<bool>({true}) << 1 << hex("020101001c00000000010001");
     QTest::newRow("Int8 to AI1, cut to words") << "AI1" << 2 << listOf<char>({1, 2, 3, 4, 5, 6, 7}) << 7
                                                << hex("0201010007000000000400"
@@ -232,7 +235,8 @@ void TestOneTagWrite::refusedWithNothingSent_data()
     QTest::newRow("bare number") << "LW1" << 6 << QVariant(5) << 1 << 2;
     QTest::newRow("short list") << "AI1" << 4 << listOf<short>({1, 2}) << 3 << 4;
     QTest::newRow("empty string list") << "SI1" << 12 << listOf<QString>({}) << 1 << 4;
-    QTest::newRow("string too long for its block") << "SI1" << 12 << listOf<QString>({QString(300, 'x')}) << 1 << 4;
+    QTest::newRow("string too long for its block of several")
+        << "SI1" << 12 << listOf<QString>({QString(300, 'x'), "y"}) << 2 << 4;
 }
 
 void TestOneTagWrite::refusedWithNothingSent()
