@@ -133,9 +133,11 @@ QList<QList<SWriteInfo>> CInductiveDrive::InductiveDrive_Write(const QString &co
             const WriteItem &item = items[next];
             // An item joins only a block below its limit that ends on a whole
             // address, and only right at that end: a gap, an overlap or a ragged
-            // end closes the block, so no byte is ever shifted.
+            // end closes the block, so no byte is ever shifted. A string of no
+            // known size adds no bytes and leaves a ragged length, which the
+            // write path refuses for the whole block.
             const bool joins = !alone && item.area == first.area && item.point == first.point && length < limit &&
-                               length >= 1 && item.length >= 1 && length % width == 0 &&
+                               length >= 1 && length % width == 0 &&
                                item.start == first.start + length / width;
             if (!joins)
                 break;

@@ -178,13 +178,16 @@ void TestWritePlanning::plans_data()
                              entry("SI2", TYPE_STRING, values<QString>({"first", QString(300, 'x')}))}
         << QList<Block>{{{"SI1"}, "SI", "1", 256, 1, latin1Padded("abc", 256)},
                         {{"SI2"}, "SI", "2", 256, 1, latin1Padded(QByteArray(300, 'x'), 256)}};
-    QTest::newRow("string of unknown size plans empty and alone")
+    // A string of no known size joins the block before it with no bytes; the
+    // ragged length that leaves ends the block there.
+    QTest::newRow("string of unknown size adds no bytes")
         << QList<SWriteInfo>{entry("AI4", TYPE_FLOAT, values<float>({1.0f})),
                              entry("AI5", TYPE_STRING, values<QString>({"abc"})),
                              entry("AI6", TYPE_FLOAT, values<float>({1.0f}))}
-        << QList<Block>{{{"AI4"}, "AI", "4", 4, 1, "0000803f"},
-                        {{"AI5"}, "AI", "5", -1, 1, ""},
-                        {{"AI6"}, "AI", "6", 4, 1, "0000803f"}};
+        << QList<Block>{{{"AI4", "AI5"}, "AI", "4", 3, 1, "0000803f"}, {{"AI6"}, "AI", "6", 4, 1, "0000803f"}};
+    QTest::newRow("string of unknown size alone")
+        << QList<SWriteInfo>{entry("AI5", TYPE_STRING, values<QString>({"abc"}))}
+        << QList<Block>{{{"AI5"}, "AI", "5", -1, 1, ""}};
 }
 
 void TestWritePlanning::plans()
