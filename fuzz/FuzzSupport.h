@@ -1,0 +1,115 @@
+#pragma once
+
+// Shared by the fuzz programs: turning fuzz bytes into the drive's inputs
+// (byte arrays, tag texts, value lists), silencing the log, and checks that
+// stop the run with a message when an outcome breaks a rule.
+
+#include "host/ValueLists.h"
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <QByteArray>
+#include <QString>
+#include <QVariant>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+
+namespace FuzzSupport {
+
+// A broken rule is a finding like a crash: libFuzzer keeps the input.
+inline void check(bool holds, const char *rule)
+{
+    if (holds)
+        return;
+    std::fprintf(stderr, "rule broken: %s\n", rule);
+    std::abort();
+}
+
+// The drive warns about every bad reply; millions of lines would only slow the run.
+inline void silenceLog()
+{
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+}
+
+inline QByteArray bytes(FuzzedDataProvider &input, size_t most)
+{
+    const std::string raw = input.ConsumeBytesAsString(input.ConsumeIntegralInRange<size_t>(0, most));
+    return QByteArray(raw.data(), static_cast<int>(raw.size()));
+}
+
+inline QByteArray remainingBytes(FuzzedDataProvider &input)
+{
+    const std::string raw = input.ConsumeRemainingBytesAsString();
+    return QByteArray(raw.data(), static_cast<int>(raw.size()));
+}
+
+// Any UTF-16 text, unpaired surrogates included.
+inline QString anyText(FuzzedDataProvider &input, size_t most)
+{
+    const QByteArray raw = bytes(input, 2 * most);
+    return QString(reinterpret_cast<const QChar *>(raw.constData()), raw.size() / 2);
+}
+
+// A text close to a tag, so that most inputs reach past the first test: an
+// area name in either case (or a near miss), a number with leading zeros or
+// out of range, and now and then a length suffix or other tail.
+inline QString tagLike(FuzzedDataProvider &input)
+{
+    static const char *const kPrefixes[] = {"DI",  "DI_F", "DI_S", "DO",     "DO_F",   "DO_S", "AI",  "AI_F", "AI_S",
+                                            "AO",  "AO_F", "AO_S", "SD",     "SA",     "NDI",  "NDO", "NAI",  "NAO",
+                                            "HDS", "HDP",  "HAI",  "LD",     "LA",     "LW",   "SI",  "SO",   "di",
+                                            "ai",  "si",   "Di",   "Custom", "custom", "AIR",  "",    "ai_f", "lw"};
+    const char *prefix = kPrefixes[input.ConsumeIntegralInRange<size_t>(0, std::size(kPrefixes) - 1)];
+    QString tag = QString::fromLatin1(prefix);
+    switch (input.ConsumeIntegralInRange(0, 7)) {
+    case 0: tag += anyText(input, 8); break;
+    case 1: tag += QStringLiteral("0") + QString::number(input.ConsumeIntegralInRange(0, 40000)); break;
+    default: tag += QString::number(input.ConsumeIntegralInRange(0, 40)); break;
+    }
+    if (input.ConsumeBool())
+        tag += QStringLiteral("[%1]").arg(input.ConsumeIntegralInRange(-1, 2000));
+    return tag;
+}
+
+// A DataType as a host might pass it: mostly 0 to 41, sometimes anything.
+inline int dataType(FuzzedDataProvider &input)
+{
+    return input.ConsumeBool() ? input.ConsumeIntegralInRange(0, 42) : input.ConsumeIntegral<int>();
+}
+
+template <typename T> T element(FuzzedDataProvider &input)
+{
+    if constexpr (std::is_same_v<T, bool>)
+        return input.ConsumeBool();
+    else if constexpr (std::is_same_v<T, QString>)
+        return anyText(input, 300);
+    else if constexpr (std::is_floating_point_v<T>)
+        return input.ConsumeFloatingPoint<T>();
+    else
+        return input.ConsumeIntegral<T>();
+}
+
+// A value of any of the twelve list types, of any length up to `most`, or
+// something that is no list at all.
+inline QVariant value(FuzzedDataProvider &input, int most = 64)
+{
+    const int type = input.ConsumeIntegralInRange(0, 14);
+    if (type == 13)
+        return QVariant(input.ConsumeIntegral<int>());
+    if (type == 14)
+        return QVariant(anyText(input, 8));
+    QVariant result;
+    SorvikValues::visitElementType(type, [&](auto kind) {
+        using T = typename decltype(kind)::type;
+        QList<T> list;
+        const int size = input.ConsumeIntegralInRange(0, most);
+        for (int i = 0; i < size && input.remaining_bytes() > 0; ++i)
+            list.append(element<T>(input));
+        result = SorvikValues::toVariant(list);
+    });
+    return result; // type 0 leaves it invalid
+}
+
+} // namespace FuzzSupport

@@ -1,0 +1,125 @@
+// The value conversions of the drive on any bytes, counts and values: reply
+// bytes to value lists, value lists to payload bytes, and the operators of
+// the value record.
+
+#include "FuzzSupport.h"
+
+#include "drive/LibSorvik.h"
+
+#include <cstring>
+
+using FuzzSupport::check;
+
+namespace {
+
+using Decoder = QVariant (LibSorvik::*)(QByteArray, int);
+using Encoder = int (LibSorvik::*)(CLabelVariable, int, QByteArray *);
+
+// Indexed by DataType minus 1.
+const Decoder kDecoders[] = {
+    &LibSorvik::set_variant_bool,   &LibSorvik::set_variant_Int8,   &LibSorvik::set_variant_UInt8,
+    &LibSorvik::set_variant_Int16,  &LibSorvik::set_variant_UInt16, &LibSorvik::set_variant_Int32,
+    &LibSorvik::set_variant_UInt32, &LibSorvik::set_variant_fload,  &LibSorvik::set_variant_Int64,
+    &LibSorvik::set_variant_UInt64, &LibSorvik::set_variant_double, &LibSorvik::set_variant_string};
+const Encoder kEncoders[] = {
+    &LibSorvik::Wset_variant_bool,   &LibSorvik::Wset_variant_Int8,   &LibSorvik::Wset_variant_UInt8,
+    &LibSorvik::Wset_variant_Int16,  &LibSorvik::Wset_variant_uInt16, &LibSorvik::Wset_variant_Int32,
+    &LibSorvik::Wset_variant_UInt32, &LibSorvik::Wset_variant_float,  &LibSorvik::Wset_variant_Int64,
+    &LibSorvik::Wset_variant_UInt64, &LibSorvik::Wset_variant_double, &LibSorvik::Wset_variant_string};
+
+LibSorvik &drive()
+{
+    static LibSorvik *instance = new LibSorvik; // kept to the end, as a host keeps its drive
+    return *instance;
+}
+
+// Every decoder gives a list of its own type, never more elements than asked for.
+void decode(FuzzedDataProvider &input)
+{
+    const int type = input.ConsumeIntegralInRange(1, 12);
+    // Now and then any count: a huge one costs a list of a million zeros, so not often.
+    const int count =
+        input.ConsumeIntegralInRange(0, 7) == 0 ? input.ConsumeIntegral<int>() : input.ConsumeIntegralInRange(-8, 4000);
+    const QByteArray data = FuzzSupport::remainingBytes(input);
+    const QVariant value = (drive().*kDecoders[type - 1])(data, count);
+    SorvikValues::visitElementType(type, [&](auto element) {
+        using T = typename decltype(element)::type;
+        check(value.userType() == qMetaTypeId<QList<T>>(), "a decoder gives the list of its type");
+        check(SorvikValues::listFrom<T>(value).size() <= qMax(0, count), "a decoder gives at most count elements");
+    });
+}
+
+template <typename T> bool sameBits(const QList<T> &a, const QList<T> &b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (int i = 0; i < a.size(); ++i)
+        if (std::memcmp(&a.at(i), &b.at(i), sizeof(T)) != 0)
+            return false;
+    return true;
+}
+
+// Any value and count: the payload never holds more than count elements, and
+// what an encoder writes, the decoder of the same little-endian type reads back.
+void encode(FuzzedDataProvider &input)
+{
+    const int type = input.ConsumeIntegralInRange(1, 12);
+    const int count = input.ConsumeIntegralInRange(-2, 100);
+    CLabelVariable label;
+    label.value = FuzzSupport::value(input);
+    QByteArray payload;
+    (drive().*kEncoders[type - 1])(label, count, &payload);
+    if (type == TYPE_STRING)
+        return;
+    const int width = qMax(1, dataTypeSize(type));
+    check(payload.size() <= qMax(0, count) * width, "a payload holds at most count elements");
+    if (type == TYPE_INT64 || type == TYPE_UINT64)
+        return; // the 64-bit integer decoders alone read the most significant byte first
+    SorvikValues::visitElementType(type, [&](auto element) {
+        using T = typename decltype(element)::type;
+        if (!SorvikValues::holdsConvertible<T>(label.value) || label.value.userType() != qMetaTypeId<QList<T>>())
+            return;
+        const QList<T> given = SorvikValues::listFrom<T>(label.value).mid(0, qMax(0, count));
+        const QList<T> back = SorvikValues::listFrom<T>((drive().*kDecoders[type - 1])(payload, given.size()));
+        check(sameBits(given, back), "decoding gives back what encoding wrote");
+    });
+}
+
+// The operators of two records of any type, length and value: no trap, also
+// for a zero divisor or the smallest integer divided by -1.
+void operate(FuzzedDataProvider &input)
+{
+    CLabelVariable a, b;
+    for (CLabelVariable *record : {&a, &b}) {
+        record->dataType = FuzzSupport::dataType(input);
+        record->length = input.ConsumeIntegralInRange(-1, 8);
+        record->value = FuzzSupport::value(input, 8);
+    }
+    const bool equal = a == b;
+    check(equal == (b == a), "equality is symmetric");
+    (void)(a + b);
+    (void)(a - b);
+    (void)(a * b);
+    (void)(a / b);
+    a.elementAt<int>(input.ConsumeIntegral<int>());
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    FuzzSupport::silenceLog();
+    drive();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    FuzzedDataProvider input(data, size);
+    switch (input.ConsumeIntegralInRange(0, 2)) {
+    case 0: decode(input); break;
+    case 1: encode(input); break;
+    default: operate(input); break;
+    }
+    return 0;
+}

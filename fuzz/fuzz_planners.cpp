@@ -1,0 +1,133 @@
+// The planners on any tag list and any limits, and the carrying out of every
+// planned block against a device that answers anything at all: every tag is
+// planned once or refused, a write block carries exactly its planned bytes,
+// and only a written block leaves the plan.
+
+#include "FuzzSupport.h"
+
+#include "engine/CInductiveDrive.h"
+
+#include <QSet>
+
+using namespace Induction;
+using FuzzSupport::check;
+
+namespace {
+
+const QString kConnect = QStringLiteral("1");
+
+CInductiveDrive &engine()
+{
+    static CInductiveDrive *instance = new CInductiveDrive;
+    return *instance;
+}
+
+// What the device gives back: any status, any value, any naming.
+CLabelVariable answer(FuzzedDataProvider &input)
+{
+    CLabelVariable record;
+    record.status = input.ConsumeBool() ? 0 : input.ConsumeIntegral<int>();
+    record.value = FuzzSupport::value(input, 300);
+    record.length = input.ConsumeIntegral<int>();
+    return record;
+}
+
+// Limits as a host may set them: often the defaults' size, sometimes none or huge.
+void setLimits(FuzzedDataProvider &input)
+{
+    for (int fun : {1, 2})
+        for (int type : {1, 2}) {
+            const int value =
+                input.ConsumeBool() ? input.ConsumeIntegralInRange(-4, 400) : input.ConsumeIntegral<int>();
+            engine().SetInductionParam(EInductionFun(fun), EInductionType(type), value);
+        }
+}
+
+template <typename Info> bool inOneKey(const QList<QList<Info>> &keys, const Info &info)
+{
+    int found = 0;
+    for (const QList<Info> &key : keys)
+        found += key.count(info) > 0 ? 1 : 0;
+    return found == 1;
+}
+
+void planReads(FuzzedDataProvider &input)
+{
+    QList<SReadInfo> infos;
+    const int count = input.ConsumeIntegralInRange(0, 48);
+    for (int i = 0; i < count; ++i)
+        infos.append({FuzzSupport::tagLike(input), FuzzSupport::dataType(input)});
+    const QList<QList<SReadInfo>> keys = engine().InductiveDrive_Read(kConnect, infos);
+    const QList<SReadInfo> refused = engine().GetCannotInductiveDrive_Read(kConnect);
+    for (const SReadInfo &info : infos)
+        check(refused.contains(info) != inOneKey(keys, info), "a tag to read is planned once or refused");
+
+    QList<SReadInfo_manual> blocks;
+    const int manual = input.ConsumeIntegralInRange(0, 4);
+    for (int i = 0; i < manual; ++i) {
+        SReadInfo_manual block{FuzzSupport::tagLike(input), input.ConsumeIntegral<int>(), {}};
+        const int items = input.ConsumeIntegralInRange(0, 6);
+        for (int j = 0; j < items; ++j)
+            block.items.append(
+                {FuzzSupport::tagLike(input), FuzzSupport::dataType(input), input.ConsumeIntegral<int>()});
+        blocks.append(block);
+    }
+    const QList<QList<SReadInfo>> manualKeys = engine().InductiveDrive_Read(kConnect, blocks);
+
+    for (const QList<SReadInfo> &key : keys + manualKeys) {
+        const QMap<SReadInfo, CLabelVariable> records = engine().BlockReading(kConnect, key);
+        for (auto record = records.cbegin(); record != records.cend(); ++record)
+            check(key.contains(record.key()) && record->tag == record.key().tag, "a read gives records of its block");
+    }
+    engine().DelInductiveDrive_Read(kConnect);
+    engine().DelCannotInductiveDrive_Read(kConnect);
+}
+
+void planWrites(FuzzedDataProvider &input)
+{
+    QList<SWriteInfo> infos;
+    const int count = input.ConsumeIntegralInRange(0, 48);
+    for (int i = 0; i < count; ++i)
+        infos.append({FuzzSupport::tagLike(input), FuzzSupport::dataType(input), FuzzSupport::value(input, 3)});
+    const QList<QList<SWriteInfo>> keys = engine().InductiveDrive_Write(kConnect, infos);
+    const QList<SWriteInfo> refused = engine().GetCannotInductiveDrive_Write(kConnect);
+    for (const SWriteInfo &info : infos)
+        check(info.tag.isEmpty() || refused.contains(info) || inOneKey(keys, info),
+              "a tag to write is planned or refused");
+
+    for (const QList<SWriteInfo> &key : keys) {
+        const SWriteGroup block = engine().GetInductiveDrive_Write(kConnect, key);
+        const int held = block.kind == 2 ? SorvikValues::listFrom<bool>(block.data).size()
+                                         : SorvikValues::listFrom<char>(block.data).size();
+        check(held == block.length || (held == 0 && block.length < 1), "a block carries exactly its planned bytes");
+        const QMap<SWriteInfo, CLabelVariable> results = engine().BlockWriting(kConnect, key);
+        check(!results.isEmpty(), "a planned block is written");
+        const bool written = results.first().status == 0;
+        check(engine().GetInductiveDrive_Write(kConnect).contains(key) != written,
+              "only a written block leaves the plan");
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    FuzzSupport::silenceLog();
+    engine();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    FuzzedDataProvider input(data, size);
+    engine().m_readCallback = [&input](const QString &, const QString &, DataType, int) { return answer(input); };
+    engine().m_writeCallback = [&input](const QString &, const QString &, DataType, QVariant, int) {
+        return answer(input);
+    };
+    setLimits(input);
+    if (input.ConsumeBool())
+        planReads(input);
+    else
+        planWrites(input);
+    return 0;
+}

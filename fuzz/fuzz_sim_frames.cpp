@@ -1,0 +1,98 @@
+// The simulator's side of the protocol on any run of frames: whatever comes
+// in, a reply has the form of its request, and what a write carried is what
+// the memory then holds. Also the parser of the simulator's preset texts.
+
+#include "FuzzSupport.h"
+
+#include "link/SorvikProtocol.h"
+#include "sim/SimController.h"
+#include "sim/SimPresets.h"
+
+using namespace SorvikProtocol;
+using FuzzSupport::check;
+
+namespace {
+
+// A frame mostly shaped like a request, so that most of them reach the memory.
+QByteArray frame(FuzzedDataProvider &input)
+{
+    if (input.ConsumeBool())
+        return FuzzSupport::bytes(input, 64);
+    QByteArray head(kRequestHeadSize, '\0');
+    head[0] = char(input.ConsumeIntegralInRange(1, 2));
+    head[1] = char(kRequestByte1);
+    head[kOffsetArea] = char(input.ConsumeIntegralInRange(0, 30));
+    put24(head.data() + kOffsetAddress, input.ConsumeIntegralInRange(0, 20000));
+    put24(head.data() + kOffsetLength, input.ConsumeIntegralInRange(0, 300));
+    return head + FuzzSupport::bytes(input, 300);
+}
+
+// One controller for all runs, its memory cleared before each: a fresh one
+// would map and zero megabytes of memory on every run.
+SimController &controllerOf()
+{
+    static SimController *controller = new SimController;
+    controller->memory().clear();
+    return *controller;
+}
+
+void answerFrames(FuzzedDataProvider &input)
+{
+    SimController &controller = controllerOf();
+    while (input.remaining_bytes() > 0) {
+        const QByteArray request = frame(input);
+        const SimAnswer answer = controller.answer(request);
+        switch (answer.kind) {
+        case SimAnswer::Kind::Read:
+            check(answer.reply.size() == kReplyHeadSize + int(get24(request.constData() + kOffsetLength)),
+                  "a read reply holds the length asked for");
+            check(answer.reply.left(2) == request.left(2), "a read reply repeats the request's identity");
+            break;
+        case SimAnswer::Kind::Write: {
+            const int area = quint8(request.at(kOffsetArea));
+            const int address = int(get24(request.constData() + kOffsetAddress));
+            const QByteArray carried = request.mid(kRequestHeadSize);
+            check(controller.memory().read(area, address, carried.size()) == carried, "a write is stored");
+            break;
+        }
+        case SimAnswer::Kind::Handshake:
+            check(request == QByteArray("\x04\x01", 2), "only 04 01 is a handshake");
+            break;
+        case SimAnswer::Kind::Invalid: check(!answer.reason.isEmpty(), "a refusal says why"); break;
+        }
+    }
+}
+
+void parsePreset(FuzzedDataProvider &input)
+{
+    const QString text = input.ConsumeBool()
+                             ? FuzzSupport::tagLike(input) + QStringLiteral("=") + FuzzSupport::anyText(input, 40)
+                             : FuzzSupport::anyText(input, 80);
+    SimPreset preset;
+    QString error;
+    if (SimPresets::parse(text, &preset, &error)) {
+        check(preset.address >= 0 &&
+                  preset.address + qint64(preset.bytes.size()) <= SimMemory::regionSizeOf(preset.area),
+              "a parsed preset lies inside its area");
+    } else {
+        check(!error.isEmpty(), "a refused preset says why");
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    FuzzSupport::silenceLog();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    FuzzedDataProvider input(data, size);
+    if (input.ConsumeIntegralInRange(0, 3) == 0)
+        parsePreset(input);
+    else
+        answerFrames(input);
+    return 0;
+}

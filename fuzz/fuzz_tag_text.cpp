@@ -1,0 +1,59 @@
+// Tag texts of any form: the loose addressing of the one-tag path and the
+// strict analysis of the engine, with transfer lengths of any type and count.
+
+#include "FuzzSupport.h"
+
+#include "drive/LibSorvik.h"
+
+using FuzzSupport::check;
+
+namespace {
+
+LibSorvik &drive()
+{
+    static LibSorvik *instance = new LibSorvik;
+    return *instance;
+}
+
+bool isEngineArea(const CInductiveDrive &engine, const STagAddress &address)
+{
+    return engine.areaName(address.area) == address.areaText ||
+           engine.areaName(address.area).toLower() == address.areaText;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    FuzzSupport::silenceLog();
+    drive();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    FuzzedDataProvider input(data, size);
+    const int type = FuzzSupport::dataType(input);
+    const int number = input.ConsumeIntegral<int>();
+    const QString tag = input.ConsumeBool() ? FuzzSupport::tagLike(input) : FuzzSupport::anyText(input, 64);
+    LibSorvik &sorvik = drive();
+
+    const int area = sorvik.getArea(tag);
+    check(area == 0 || sorvik.getmaximum_length(area) > 0, "a tag's area has a size");
+    sorvik.getAddr(tag);
+    sorvik.getmaximum_length(number);
+    // A negative count gives a negative length, which the one-tag paths refuse before it.
+    const int length = sorvik.getBytelen(DataType(type), number, area);
+    check(length < 1468 && (number < 0 || length >= 0), "a transfer length stays below 1468");
+    sorvik.getBytelen(DataType(type), number, number);
+
+    const CInductiveDrive &engine = sorvik.m_engine;
+    const STagAddress address = engine.analyseTag(tag, type);
+    check(address.isBlank() || (isEngineArea(engine, address) && address.number >= 1 && address.number <= 32767),
+          "an analysed tag names an area and a number from 1 to 32767");
+    engine.tagSize(Induction::SReadInfo{tag, type});
+    engine.tagOffset(tag, number, type);
+    engine.areaCode(tag);
+    engine.areaName(number);
+    return 0;
+}
