@@ -11,6 +11,8 @@
 // Faults that make the drive hand on another request's reply by design (a
 // late reply, a datagram sent twice) are left out here: the fault tests
 // pin down exactly how far they shift the pairing.
+//
+// SORVIK_SOAK_CYCLES sets another number of cycles, for a longer soak by hand.
 
 #include "FaultFixture.h"
 
