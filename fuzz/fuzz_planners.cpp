@@ -51,6 +51,25 @@ template <typename Info> bool inOneKey(const QList<QList<Info>> &keys, const Inf
     return found == 1;
 }
 
+// A planned block reaches over every byte of its tags: a tag beyond its end
+// would read as zero with the block's good status.
+void checkCovered(const SReadGroup &block)
+{
+    for (auto place = block.tags.cbegin(); place != block.tags.cend(); ++place) {
+        const int offset = place->offset;
+        check(offset >= 0, "a tag lies inside its block");
+        if (block.kind == 2) {
+            check(offset < block.length, "a point lies inside its block");
+        } else if (place.key().dataType == TYPE_BOOL) {
+            check(offset / 8 < block.length, "a bit lies inside its block");
+        } else {
+            const int size = engine().tagSize(place.key());
+            check(size < 0 || qint64(offset) * place->width + size <= block.length,
+                  "a tag's bytes lie inside its block");
+        }
+    }
+}
+
 void planReads(FuzzedDataProvider &input)
 {
     QList<SReadInfo> infos;
@@ -61,6 +80,8 @@ void planReads(FuzzedDataProvider &input)
     const QList<SReadInfo> refused = engine().GetCannotInductiveDrive_Read(kConnect);
     for (const SReadInfo &info : infos)
         check(refused.contains(info) != inOneKey(keys, info), "a tag to read is planned once or refused");
+    for (const QList<SReadInfo> &key : keys)
+        checkCovered(engine().GetInductiveDrive_Read(kConnect, key));
 
     QList<SReadInfo_manual> blocks;
     const int manual = input.ConsumeIntegralInRange(0, 4);
