@@ -31,17 +31,18 @@ CLabelVariable LibSorvik::ReadVariable(QString tag, DataType type)
 CLabelVariable LibSorvik::ReadVariable(QString tag, DataType type, int count)
 {
     CLabelVariable record;
-    record.time = QDateTime::currentDateTime();
     const int area = getArea(tag);
     const int index = getAddr(tag);
-    if (area == 0)
-        record.status = 3;
-    else if (count < 1)
-        record.status = 4;
-    else if (type == TYPE_NONE)
-        record.status = 2;
-    else
+    const int refused = area == 0 ? 3 : count < 1 ? 4 : type == TYPE_NONE ? 2 : 0;
+    if (refused) {
+        // A refused request keeps the time of the call. A read replaces it
+        // with its own, so it is taken only here: local time costs a look at
+        // the zone file on every call where TZ is not set.
+        record.status = refused;
+        record.time = QDateTime::currentDateTime();
+    } else {
         record = Read_data(area, index, type, count, tag);
+    }
     record.tag = tag;
     record.dataType = type;
     record.length = count;
