@@ -1,0 +1,98 @@
+// Row 4: planning tag lists of 1 000, 10 000 and 100 000 tags spread over
+// many areas and types, through the drive's interface.
+
+#include "Rows.h"
+
+#include "BenchContext.h"
+#include "GoogleBench.h"
+
+#include "host/CDriveBaseClass.h"
+
+#include <algorithm>
+#include <random>
+
+namespace {
+
+const QString kConnectPar = QStringLiteral("1");
+
+// Every area the planner knows, but the string areas, in both families.
+const char *const kAreas[] = {"DI", "DI_F", "DI_S", "DO",  "DO_F", "DO_S", "AI",  "AI_F", "AI_S", "AO", "SD",
+                              "SA", "NDI",  "NDO",  "NAI", "NAO",  "HDS",  "HDP", "HAI",  "LD",   "LA", "LW"};
+constexpr int kAreaCount = int(sizeof kAreas / sizeof kAreas[0]);
+
+// `count` distinct tags, round robin over the areas with the types 1 to 11,
+// in a shuffled order as a host's list would come.
+QList<Induction::SReadInfo> spreadTags(int count)
+{
+    std::vector<Induction::SReadInfo> tags;
+    tags.reserve(size_t(count));
+    for (int i = 0; i < count; ++i)
+        tags.push_back({QStringLiteral("%1%2").arg(QLatin1String(kAreas[i % kAreaCount])).arg(i / kAreaCount + 1),
+                        1 + (i / 3) % 11});
+    std::shuffle(tags.begin(), tags.end(), std::mt19937(20240807));
+    return QList<Induction::SReadInfo>(tags.begin(), tags.end());
+}
+
+// "plan 100 000 tags": thousands set apart by a space.
+QString sizeName(int count)
+{
+    QString digits = QString::number(count);
+    for (int at = digits.size() - 3; at > 0; at -= 3)
+        digits.insert(at, QLatin1Char(' '));
+    return QStringLiteral("plan %1 tags").arg(digits);
+}
+
+} // namespace
+
+void Rows::planning(BenchContext &ctx)
+{
+    const QString what = QStringLiteral("planning");
+#ifndef SORVIK_HAVE_GOOGLE_BENCHMARK
+    ctx.table.skip(4, what, QStringLiteral("Google Benchmark (libbenchmark-dev) was not found when this was built"));
+#else
+    CDriveBaseClass *drive = ctx.drives.create(); // planning needs no connection
+    if (!drive)
+        return ctx.fail(4, what, QStringLiteral("the factory gave no drive"));
+
+    struct Size {
+        int tags;
+        int iterations;
+    };
+    const Size sizes[] = {{1000, ctx.pick(40, 10)}, {10000, ctx.pick(6, 2)}, {100000, 1}};
+    int blocks[3] = {};
+    for (int i = 0; i < 3; ++i) {
+        const QList<Induction::SReadInfo> infos = spreadTags(sizes[i].tags);
+        blocks[i] = drive->InductiveDrive_Read(kConnectPar, infos).size();
+        drive->DelInductiveDrive_Read(kConnectPar);
+        benchmark::RegisterBenchmark(qPrintable(sizeName(sizes[i].tags)),
+                                     [drive, infos](benchmark::State &state) {
+                                         for (auto _ : state) {
+                                             QList<QList<Induction::SReadInfo>> keys =
+                                                 drive->InductiveDrive_Read(kConnectPar, infos);
+                                             // The plan and the keys are freed outside the timing.
+                                             state.PauseTiming();
+                                             benchmark::DoNotOptimize(keys);
+                                             keys = {};
+                                             drive->DelInductiveDrive_Read(kConnectPar);
+                                             state.ResumeTiming();
+                                         }
+                                     })
+            ->Iterations(sizes[i].iterations)
+            ->Repetitions(ctx.pick(12, 3));
+    }
+    QMap<QString, std::vector<double>> times;
+    QString error;
+    if (!GoogleBench::runRegistered(&times, &error))
+        return ctx.fail(4, what, error);
+
+    const Summary small = summarize(times.value(sizeName(1000)));
+    const Summary middle = summarize(times.value(sizeName(10000)));
+    const Summary large = summarize(times.value(sizeName(100000)));
+    ctx.table.add({4, sizeName(1000), Unit::Time, small});
+    ctx.table.add({4, sizeName(10000), Unit::Time, middle, sizeName(1000), small});
+    Line top{4, sizeName(100000), Unit::Time, large, sizeName(10000), middle};
+    top.goals = {Goal::ratioAtMost(12), Goal::valueAtMost(0.25e9)};
+    top.note = QStringLiteral("%1 areas, types 1 to 11; %2 blocks").arg(kAreaCount).arg(blocks[2]);
+    ctx.table.add(top);
+#endif
+}
