@@ -14,6 +14,7 @@
 
 #include <cstring>
 
+#ifdef SORVIK_HAVE_GOOGLE_BENCHMARK
 namespace {
 
 constexpr int kTags = 40; // one block of 160 bytes under the default limit
@@ -58,6 +59,7 @@ QMap<Induction::SReadInfo, CLabelVariable> cutByHand(const CLabelVariable &reply
 }
 
 } // namespace
+#endif
 
 void Rows::blockCutting(BenchContext &ctx)
 {

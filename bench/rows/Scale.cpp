@@ -6,11 +6,14 @@
 
 #include "BenchContext.h"
 #include "Controllers.h"
+#include "Machine.h"
 
 #include "host/CDriveBaseClass.h"
 
 #include <QElapsedTimer>
 #include <QThread>
+
+#include <sys/resource.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -52,8 +55,19 @@ private:
     bool m_started = false;
 };
 
+// Processor time of the whole process, simulators included, in seconds.
+double processCpuSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval &t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
 struct Round {
     double requestsPerSecond = 0;
+    double coresBusy = 0;   // processor time of this process over wall time
+    double machineBusy = 0; // the same of the whole machine, other work included
     std::vector<double> latencyNs;
     int failures = 0;
 };
@@ -93,18 +107,28 @@ Round runRound(const DriveLoader &loader, const QList<UdpController *> &controll
     }
     // The deadline is set before anyone starts: a worker must never see it unset.
     qint64 begin = 0;
+    double cpuBefore = 0;
+    Machine::CoreTicks machineBefore;
     start.start([&] {
+        cpuBefore = processCpuSeconds();
+        machineBefore = Machine::coreTicks();
         begin = clock.elapsed();
         deadline = begin + runMs;
     });
     for (auto &thread : threads)
         thread->wait();
     const double seconds = double(clock.elapsed() - begin) / 1000;
+    const double cpu = processCpuSeconds() - cpuBefore;
+    const Machine::CoreTicks machineAfter = Machine::coreTicks();
 
     Round round;
     for (const std::vector<double> &samples : latencies)
         round.latencyNs.insert(round.latencyNs.end(), samples.begin(), samples.end());
     round.requestsPerSecond = seconds > 0 ? double(round.latencyNs.size()) / seconds : 0;
+    round.coresBusy = seconds > 0 ? cpu / seconds : 0;
+    const qint64 ticks = machineAfter.total - machineBefore.total;
+    round.machineBusy =
+        ticks > 0 ? double(machineAfter.busy - machineBefore.busy) / double(ticks) * Machine::cores() : 0;
     round.failures = failures;
     return round;
 }
@@ -127,11 +151,15 @@ void Rows::scale(BenchContext &ctx)
     const int counts[] = {1, 2, kMostDrives};
     std::vector<double> rates[3];
     std::vector<double> latencies[3];
+    std::vector<double> coresBusy[3];
+    std::vector<double> machineBusy[3];
     int failures[3] = {};
     for (int round = 0; round < ctx.pick(6, 1); ++round)
         for (int i = 0; i < 3; ++i) {
             const Round result = runRound(ctx.drives, controllers, counts[i], ctx.pick(400, 150));
             rates[i].push_back(result.requestsPerSecond);
+            coresBusy[i].push_back(result.coresBusy);
+            machineBusy[i].push_back(result.machineBusy);
             latencies[i].insert(latencies[i].end(), result.latencyNs.begin(), result.latencyNs.end());
             failures[i] += result.failures;
             for (UdpController *controller : qAsConst(controllers))
@@ -153,8 +181,12 @@ void Rows::scale(BenchContext &ctx)
             line.floor = rateSummary(rates[0]);
         }
         const Summary latency = summarize(latencies[i]);
-        line.note = QStringLiteral("per read %1, p99 %2")
-                        .arg(formatFigure(latency.median, Unit::Time), formatFigure(latency.p99, Unit::Time));
+        // The cores kept busy tell a full machine from drives that wait on each other.
+        line.note = QStringLiteral("per read %1, p99 %2; cores busy: %3 this process, %4 of %5 all")
+                        .arg(formatFigure(latency.median, Unit::Time), formatFigure(latency.p99, Unit::Time))
+                        .arg(summarize(coresBusy[i]).median, 0, 'f', 2)
+                        .arg(summarize(machineBusy[i]).median, 0, 'f', 2)
+                        .arg(Machine::cores());
         if (failures[i])
             line.note += QStringLiteral("; %1 failed").arg(failures[i]);
         ctx.table.add(line);
