@@ -36,27 +36,27 @@ const CommandSpec kCommands[] = {
 
 const CommandSpec *findCommand(const QString &name)
 {
-    for (const CommandSpec &spec : kCommands)
-        if (name == QLatin1String(spec.name))
-            return &spec;
+    for (const CommandSpec &command : kCommands)
+        if (name == QLatin1String(command.name))
+            return &command;
     return nullptr;
 }
 
 // The tags of the file, then those of the arguments.
-bool gatherTags(const CliOptions &options, const CommandSpec &spec, QList<TagItem> *items, QString *why)
+bool gatherTags(const CliOptions &options, const CommandSpec &command, QList<TagItem> *items, QString *why)
 {
-    if (!spec.takesTags) {
+    if (!command.takesTags) {
         if (!options.items.isEmpty() || !options.tagFile.isEmpty()) {
             *why = QStringLiteral("%1 takes no tags").arg(options.command);
             return false;
         }
         return true;
     }
-    if (!options.tagFile.isEmpty() && !TagFile::read(options.tagFile, spec.syntax, items, why))
+    if (!options.tagFile.isEmpty() && !TagFile::read(options.tagFile, command.syntax, items, why))
         return false;
     for (const QString &argument : options.items) {
         TagItem item;
-        if (!TagItems::fromArgument(argument, spec.syntax, &item, why)) {
+        if (!TagItems::fromArgument(argument, command.syntax, &item, why)) {
             *why = QStringLiteral("%1: %2").arg(argument, *why);
             return false;
         }
@@ -68,7 +68,7 @@ bool gatherTags(const CliOptions &options, const CommandSpec &spec, QList<TagIte
     }
     // Two values for one tag in one plan would be merged in an order of the
     // planner's choosing; which one lands would be left to chance.
-    if (spec.syntax == TagSyntax::WritePlan) {
+    if (command.syntax == TagSyntax::WritePlan) {
         QSet<QPair<QString, int>> seen;
         for (const TagItem &item : qAsConst(*items)) {
             if (seen.contains({item.tag, item.dataType})) {
@@ -84,10 +84,10 @@ bool gatherTags(const CliOptions &options, const CommandSpec &spec, QList<TagIte
 
 int run(const CliOptions &options)
 {
-    const CommandSpec *spec = findCommand(options.command);
+    const CommandSpec *command = findCommand(options.command);
     QList<TagItem> items;
     QString why;
-    if (!gatherTags(options, *spec, &items, &why) ||
+    if (!gatherTags(options, *command, &items, &why) ||
         (!options.connectText.isEmpty() && !ConnectionText::check(options.connectText, &why))) {
         Console::error(why);
         return ExitUsage;
@@ -111,13 +111,13 @@ int run(const CliOptions &options)
         QLoggingCategory::setFilterRules(QStringLiteral("default.warning=false"));
 
     Connection connection(drive);
-    if (spec->connects && !connection.open(options.connectText, options.simAddress, &why)) {
+    if (command->connects && !connection.open(options.connectText, options.simAddress, &why)) {
         Console::error(why);
         return ExitNoConnection;
     }
     Output output(options.format, Console::out(), Console::err());
-    const QString connectPar = spec->connects ? connection.text() : options.connectText;
-    return spec->run({options, library, drive, connectPar, items, output});
+    const QString connectPar = command->connects ? connection.text() : options.connectText;
+    return command->run({options, library, drive, connectPar, items, output});
 }
 
 } // namespace

@@ -216,7 +216,8 @@ void TestFaultReads::extraDatagramsShiftByOneAtMost()
         QVERIFY2(value == kWords.at(own) || (i > 0 && value == kWords.at(previous)),
                  qPrintable(QString::number(value)));
     }
-    QCOMPARE(m_sim.frameCount(), reads);
+    // The last read may take the copy before its own request has reached the simulator.
+    QTRY_COMPARE(m_sim.frameCount(), reads);
 
     // The shift outlasts the fault: it ends only when a request goes unanswered.
     m_sim.setFaults(silent());
