@@ -63,6 +63,7 @@ private slots:
     void TimerTimeOut();
 
 private:
-    // Sends a request and takes the reply cut to 4 + length bytes; the result of Exchange.
-    int WriteExchange(const QByteArray &frame, int length, QByteArray *reply);
+    // Sends a write request on an open link, takes the reply cut to 4 + length
+    // bytes and logs both: 0 when any reply came, -3 with no link, -2 otherwise.
+    int SendWrite(const QByteArray &frame, int length, const QString &tag, bool byArea);
 };

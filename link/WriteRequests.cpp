@@ -48,11 +48,16 @@ void appendSpreadBits(QByteArray *frame, const QByteArray &payload, int length)
 
 } // namespace
 
-int CmdSorvik::WriteExchange(const QByteArray &frame, int length, QByteArray *reply)
+int CmdSorvik::SendWrite(const QByteArray &frame, int length, const QString &tag, bool byArea)
 {
-    const int result = Exchange(frame, frame.size(), reply, kExchangeLimitMs);
-    FrameBytes::cutReply(reply, length);
-    return result;
+    if (IsLinkOpen() != 0)
+        return -3;
+    QByteArray reply;
+    const int result = Exchange(frame, frame.size(), &reply, kExchangeLimitMs);
+    FrameBytes::cutReply(&reply, length);
+    if (m_debug)
+        logWrite(*this, byArea ? LineKind::Area : LineKind::Tag, frame, length, tag, reply);
+    return result == 0 ? 0 : -2;
 }
 
 int CmdSorvik::WriteBytes(int area, int index, int length, QByteArray payload, QString tag)
@@ -66,14 +71,7 @@ int CmdSorvik::WriteBytes(int area, int index, int length, QByteArray payload, Q
         // field and never carries undefined bytes. (The drive refuses such
         // writes before they get here.) A longer one is cut to the length.
         FrameBytes::appendZeroFilled(&frame, payload, 0, length);
-
-    if (IsLinkOpen() != 0)
-        return -3;
-    QByteArray reply;
-    const int result = WriteExchange(frame, length, &reply);
-    if (m_debug)
-        logWrite(*this, LineKind::Tag, frame, length, tag, reply);
-    return result == 0 ? 0 : -2;
+    return SendWrite(frame, length, tag, false);
 }
 
 int CmdSorvik::WriteBlock(int area, int index, int blocks, QByteArray payload, QString tag)
@@ -81,17 +79,9 @@ int CmdSorvik::WriteBlock(int area, int index, int blocks, QByteArray payload, Q
     const qint32 length = FrameBytes::scaledAddress(blocks, kStringBlock);
     // The whole payload follows the head, whatever the length field says.
     const qint32 address = FrameBytes::scaledAddress(index, kStringBlock);
-    QByteArray frame =
-        FrameBytes::requestHead(kWriteFunction, area, address, length, payload.size());
+    QByteArray frame = FrameBytes::requestHead(kWriteFunction, area, address, length, payload.size());
     frame.append(payload);
-
-    if (IsLinkOpen() != 0)
-        return -3;
-    QByteArray reply;
-    const int result = WriteExchange(frame, length, &reply);
-    if (m_debug)
-        logWrite(*this, LineKind::Tag, frame, length, tag, reply);
-    return result == 0 ? 0 : -2;
+    return SendWrite(frame, length, tag, false);
 }
 
 int CmdSorvik::WriteBits(int area, int index, int count, QByteArray payload, QString tag)
@@ -100,12 +90,5 @@ int CmdSorvik::WriteBits(int area, int index, int count, QByteArray payload, QSt
     QByteArray frame = FrameBytes::requestHead(kWriteFunction, area, index, count, count);
     // Padded with zeros when short, like WriteBytes.
     FrameBytes::appendZeroFilled(&frame, payload, 0, count);
-
-    if (IsLinkOpen() != 0)
-        return -3;
-    QByteArray reply;
-    const int result = WriteExchange(frame, count, &reply);
-    if (m_debug)
-        logWrite(*this, LineKind::Area, frame, count, tag, reply);
-    return result == 0 ? 0 : -2;
+    return SendWrite(frame, count, tag, true);
 }
