@@ -71,31 +71,8 @@ bool parseElement(const QString &text, char *value)
     return ok;
 }
 
-bool parseElement(const QString &text, uchar *value)
-{
-    return parseInteger(text, value);
-}
-bool parseElement(const QString &text, short *value)
-{
-    return parseInteger(text, value);
-}
-bool parseElement(const QString &text, ushort *value)
-{
-    return parseInteger(text, value);
-}
-bool parseElement(const QString &text, int *value)
-{
-    return parseInteger(text, value);
-}
-bool parseElement(const QString &text, uint *value)
-{
-    return parseInteger(text, value);
-}
-bool parseElement(const QString &text, qlonglong *value)
-{
-    return parseInteger(text, value);
-}
-bool parseElement(const QString &text, qulonglong *value)
+// Every other integer type; the overloads around take bool, char and the rest.
+template <typename T> bool parseElement(const QString &text, T *value)
 {
     return parseInteger(text, value);
 }
