@@ -1,9 +1,12 @@
 #pragma once
 
-// Helpers of the drive tests: value lists in variants, compared by content.
+// Helpers of the drive tests: value lists in variants, compared by content,
+// and a drive connected to a simulator over loopback UDP.
 
 #include "TestSupport.h"
+#include "host/CDriveBaseClass.h"
 #include "host/CLabelVariable.h"
+#include "sim/SorvikSimulator.h"
 
 #include <QtTest>
 
@@ -18,6 +21,35 @@ inline QString udpText(quint16 port)
 template <typename T> QVariant listOf(std::initializer_list<T> items)
 {
     return QVariant::fromValue(QList<T>(items));
+}
+
+inline CLabelVariable recordOf(const QVariant &value)
+{
+    CLabelVariable record;
+    record.value = value;
+    return record;
+}
+
+// Starts `sim` and connects `drive` to it; the port, or 0 when either fails.
+inline quint16 connectTo(SorvikSimulator &sim, CDriveBaseClass &drive)
+{
+    const quint16 port = sim.startUdp(TestSupport::testHost());
+    return port != 0 && drive.ConnectDrive(udpText(port)) == 0 ? port : 0;
+}
+
+// A well-behaved controller with empty memory and no frames seen.
+inline void reset(SorvikSimulator &sim)
+{
+    sim.setFaults(SimFaults());
+    sim.clearMemory();
+    sim.clearFrames();
+}
+
+inline void silence(SorvikSimulator &sim)
+{
+    SimFaults faults;
+    faults.silent = true;
+    sim.setFaults(faults);
 }
 
 // QVariant's own == compares list handles, not contents.
