@@ -35,7 +35,6 @@ void TestAddressing::areaAndIndex_data()
     QTest::newRow("AI_F before AI") << "AI_F12" << 8 << 11;
     QTest::newRow("unknown suffix keeps AI") << "AI_X3" << 7 << 2;
     QTest::newRow("letters after prefix") << "AIR7" << 7 << 6;
-    QTest::newRow("NAO") << "NAO1000" << 18 << 999;
     QTest::newRow("SI inside a word") << "SIGNAL9" << 28 << 8;
     QTest::newRow("Custom inside a word") << "Customer7" << 29 << 6;
     QTest::newRow("SO has no code") << "SO1" << 0 << 0;
@@ -46,9 +45,7 @@ void TestAddressing::areaAndIndex_data()
     QTest::newRow("digits in brackets") << "SI1[20]" << 28 << 119;
     QTest::newRow("largest 32-bit number") << "LW4294967295" << 24 << -2;
     QTest::newRow("beyond 32 bits") << "LW4294967296" << 24 << -1;
-    QTest::newRow("non-ASCII digit skipped") << QString::fromUtf8("AI\u0663"
-                                                                  "5")
-                                             << 7 << 4;
+    QTest::newRow("non-ASCII digit skipped") << QString::fromUtf8("AI\u06635") << 7 << 4;
 }
 
 void TestAddressing::areaAndIndex()
@@ -76,7 +73,6 @@ void TestAddressing::byteLength_data()
     QTest::newRow("Int8 on SA, below a pair") << 2 << 1 << 14 << 0;
     QTest::newRow("Int8 on Custom, pair group") << 3 << 5 << 29 << 4;
     QTest::newRow("Int8 on AO_F") << 2 << 8 << 11 << 0;
-    QTest::newRow("Int8 on AO_S") << 3 << 8 << 12 << 0;
     QTest::newRow("Int32 on AO_F") << 6 << 2 << 11 << 8;
     QTest::newRow("Int8 on SI, below a block") << 2 << 255 << 28 << 0;
     QTest::newRow("Int8 on SI, one block") << 2 << 256 << 28 << 256;
@@ -86,16 +82,13 @@ void TestAddressing::byteLength_data()
     QTest::newRow("string, at the limit") << 12 << 1468 << 7 << 0;
     QTest::newRow("bool on a word area") << 1 << 5 << 7 << 5;
     QTest::newRow("Int16 on a bit area") << 4 << 3 << 1 << 6;
-    QTest::newRow("float on a bit area") << 8 << 3 << 1 << 12;
     QTest::newRow("double, largest") << 11 << 183 << 7 << 1464;
     QTest::newRow("double, too long") << 11 << 184 << 7 << 0;
     QTest::newRow("type 0") << 0 << 4 << 7 << 0;
-    QTest::newRow("type 13") << 13 << 1 << 7 << 0;
     QTest::newRow("negative type") << -1 << 1 << 7 << 0;
     QTest::newRow("count 0") << 6 << 0 << 24 << 0;
     // Negative counts size negatively; the one-tag paths refuse them before.
     QTest::newRow("negative count") << 1 << -5 << 7 << -5;
-    QTest::newRow("negative Int8 count on SA") << 2 << -7 << 14 << -6;
     QTest::newRow("huge count would wrap in 32 bits") << 6 << 1073741825 << 24 << 0;
     QTest::newRow("smallest count") << 2 << (-2147483647 - 1) << 1 << 0;
 }
@@ -120,8 +113,6 @@ void TestAddressing::maximumLength_data()
     QTest::newRow("SA") << 14 << 640;
     QTest::newRow("LW") << 24 << 8000;
     QTest::newRow("25") << 25 << 1;
-    QTest::newRow("26") << 26 << 100;
-    QTest::newRow("27") << 27 << 400;
     QTest::newRow("SI") << 28 << 1280;
     QTest::newRow("Custom") << 29 << 2097152;
     QTest::newRow("32") << 32 << 7200;
