@@ -107,16 +107,12 @@ void TestAddressing::maximumLength_data()
     QTest::addColumn<int>("area");
     QTest::addColumn<int>("size");
 
-    QTest::newRow("0") << 0 << 0;
     QTest::newRow("DI") << 1 << 240;
-    QTest::newRow("AI_S") << 9 << 80;
-    QTest::newRow("SA") << 14 << 640;
     QTest::newRow("LW") << 24 << 8000;
     QTest::newRow("25") << 25 << 1;
     QTest::newRow("SI") << 28 << 1280;
     QTest::newRow("Custom") << 29 << 2097152;
     QTest::newRow("32") << 32 << 7200;
-    QTest::newRow("46") << 46 << 0;
     QTest::newRow("47") << 47 << 0;
     QTest::newRow("-1") << -1 << 0;
 }

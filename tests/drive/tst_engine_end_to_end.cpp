@@ -60,16 +60,12 @@ QList<Expected> TestEngineEndToEnd::presetProcess()
     const QList<Expected> image = {
         {{"AI1", TYPE_INT32}, "AI1=int32:-42", listOf<int>({-42})},
         {{"AI3", TYPE_FLOAT}, "AI3=float:1.5", listOf<float>({1.5f})},
-        {{"AI4", TYPE_INT16}, "AI4=int16:-7", listOf<short>({-7})},
         {{"AI5", TYPE_UINT16}, "AI5=uint16:65000", listOf<ushort>({65000})},
-        {{"AI6", TYPE_UINT32}, "AI6=uint32:4000000000", listOf<uint>({4000000000u})},
         {{"AI20", TYPE_DOUBLE}, "AI20=double:2.25", listOf<double>({2.25})},
         {{"NAI100", TYPE_INT64}, "NAI100=int64:-5", listOf<qlonglong>({-5})},
-        {{"NAI102", TYPE_UINT64}, "NAI102=uint64:7", listOf<qulonglong>({7})},
         {{"NAI200", TYPE_FLOAT}, "NAI200=float:-3.5", listOf<float>({-3.5f})},
         {{"LW7", TYPE_INT32}, "LW7=int32:123456", listOf<int>({123456})},
         {{"SA1", TYPE_INT16}, "SA1=int16:300", listOf<short>({300})},
-        {{"SA2", TYPE_UINT16}, "SA2=uint16:2", listOf<ushort>({2})},
         {{"DI5", TYPE_BOOL}, "DI5=bool:1", listOf<bool>({true})},
         {{"DI7", TYPE_BOOL}, "DI7=bool:0", listOf<bool>({false})},
         {{"DI8", TYPE_INT16}, "DI8=bool:1", listOf<bool>({true})}, // any type in a bit block reads as one point
@@ -95,7 +91,7 @@ void TestEngineEndToEnd::pollCycleCostsOneFramePerBlock()
     const QList<QList<SReadInfo>> keys = m_drive.InductiveDrive_Read(kConnect, tags);
     QCOMPARE(m_sim.frameCount(), 0); // planning touches no device
     QCOMPARE(m_drive.GetCannotInductiveDrive_Read(kConnect).size(), 2);
-    // DI, AI, SA, NDI, NAI (two blocks: 100..102 and 200), LW, SI.
+    // DI, AI, SA, NDI, NAI (two blocks: 100..101 and 200), LW, SI.
     QCOMPARE(keys.size(), 8);
 
     for (int cycle = 0; cycle < 2; ++cycle) {

@@ -14,11 +14,10 @@ class TestOneTagRead : public QObject
     Q_OBJECT
 
     SorvikSimulator m_sim;
-    quint16 m_port = 0;
     LibSorvik m_drive;
 
 private slots:
-    void initTestCase() { QVERIFY((m_port = DriveTest::connectTo(m_sim, m_drive)) != 0); }
+    void initTestCase() { QVERIFY(DriveTest::connectTo(m_sim, m_drive) != 0); }
     void init() { DriveTest::reset(m_sim); }
     void readsOneTag_data();
     void readsOneTag();
@@ -27,8 +26,6 @@ private slots:
     void refusedBeforeTheLink_data();
     void refusedBeforeTheLink();
     void shorterForms();
-    void replyJudged_data();
-    void replyJudged();
 };
 
 void TestOneTagRead::readsOneTag_data()
@@ -188,45 +185,6 @@ void TestOneTagRead::shorterForms()
     QCOMPARE(record.length, CLabelVariable().length);
     COMPARE_VALUE(TYPE_INT32, record.value, listOf<int>({9}));
     QCOMPARE(m_drive.Read_data(24, 0, TYPE_INT32, 0, QString()).status, 4);
-}
-
-void TestOneTagRead::replyJudged_data()
-{
-    QTest::addColumn<QByteArray>("reply"); // empty: none comes
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QStringList>("warnings");
-
-    const QString lost = QStringLiteral("lib[Sorvik]返回的报文长度为0 %1  AI1 len = 4 msg : ");
-    QTest::newRow("no reply") << QByteArray() << 8 << QStringList{lost};
-    QTest::newRow("wrong identity") << hex("01022a000000") << 8
-                                    << QStringList{QStringLiteral("lib[Sorvik]返回的序号错误 %1  AI1 len = 4 msg : "
-                                                                  "01022a000000"),
-                                                   lost + "01022a000000"};
-    QTest::newRow("identity only, read as zeros") << hex("0101") << 0 << QStringList();
-}
-
-void TestOneTagRead::replyJudged()
-{
-    QFETCH(QByteArray, reply);
-    QFETCH(int, status);
-    QFETCH(QStringList, warnings);
-
-    QVERIFY(m_sim.presetTag(QStringLiteral("AI1=int32:42")));
-    if (reply.isEmpty())
-        DriveTest::silence(m_sim);
-    else
-        m_sim.queueReply(reply);
-    TestSupport::LogCapture log;
-    const CLabelVariable record = m_drive.ReadVariable(QStringLiteral("AI1"), TYPE_INT32, 1);
-    QCOMPARE(record.status, status);
-    QCOMPARE(record.time.isNull(), status != 0);
-    for (QString &warning : warnings)
-        warning = warning.arg(DriveTest::udpText(m_port));
-    QCOMPARE(log.texts(QtWarningMsg), warnings);
-    if (status != 0)
-        QVERIFY(!record.value.isValid());
-    else
-        COMPARE_VALUE(TYPE_INT32, record.value, listOf<int>({0}));
 }
 
 QTEST_GUILESS_MAIN(TestOneTagRead)
