@@ -67,9 +67,7 @@ void TestConversion::decoding_data()
     QTest::newRow("double") << 11 << hex("000000000000f03f") << 1 << listOf<double>({1.0});
     QTest::newRow("Int8") << 2 << hex("ff7f") << 2 << listOf<char>({char(-1), char(127)});
     QTest::newRow("bool any non-zero") << 1 << hex("0200ff") << 3 << listOf<bool>({true, false, true});
-    QTest::newRow("bool past the end") << 1 << hex("01") << 2 << listOf<bool>({true, false});
     QTest::newRow("Int32 half inside") << 6 << hex("010000000201") << 2 << listOf<int>({1, 0x0102});
-    QTest::newRow("Int64 half inside") << 9 << hex("01") << 1 << listOf<qlonglong>({1ll << 56});
     QTest::newRow("double no data") << 11 << QByteArray() << 2 << listOf<double>({0.0, 0.0});
     QTest::newRow("longer data ignored") << 4 << hex("010002000300") << 2 << listOf<short>({1, 2});
     QTest::newRow("count 0") << 6 << hex("2a000000") << 0 << listOf<int>({});
@@ -111,7 +109,6 @@ void TestConversion::encoding_data()
     QTest::newRow("count 0") << 6 << listOf<int>({7}) << 0 << QByteArray();
     QTest::newRow("other list type") << 6 << listOf<double>({7.0}) << 1 << QByteArray();
     QTest::newRow("single number") << 6 << QVariant(42) << 1 << QByteArray();
-    QTest::newRow("invalid value") << 11 << QVariant() << 1 << QByteArray();
     QTest::newRow("short list gives what it holds") << 4 << listOf<short>({1}) << 3 << hex("0100");
     QTest::newRow("string") << 12 << listOf<QString>({"abc"}) << 1 << hex("03616263");
     QTest::newRow("empty string") << 12 << listOf<QString>({""}) << 1 << hex("00");

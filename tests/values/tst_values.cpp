@@ -109,13 +109,9 @@ void TestValues::elementAtReportsRangeAndType()
     QCOMPARE(r.statusAux, 0);
     QCOMPARE(r.elementAt<int>(2), 0);
     QCOMPARE(r.statusAux, 10);
-    QCOMPARE(r.elementAt<int>(-1), 0);
-    QCOMPARE(r.statusAux, 10);
 
     CLabelVariable d = record<double>(TYPE_DOUBLE, {1.5});
     QCOMPARE(d.elementAt<int>(0), 0);
-    QCOMPARE(d.statusAux, 11);
-    QCOMPARE(d.elementAt<QString>(0), QString());
     QCOMPARE(d.statusAux, 11);
 }
 
@@ -165,13 +161,9 @@ void TestValues::arithmetic()
 
     QCOMPARE(listOf<uchar>(record<uchar>(TYPE_UINT8, {200}) + record<uchar>(TYPE_UINT8, {100})), QList<uchar>{44});
     QCOMPARE(listOf<char>(record<char>(TYPE_INT8, {127}) + record<char>(TYPE_INT8, {1})), QList<char>{-128});
-    const int intMin = std::numeric_limits<int>::min();
-    QCOMPARE(listOf<int>(record<int>(TYPE_INT32, {intMin}) - record<int>(TYPE_INT32, {1})),
-             QList<int>{std::numeric_limits<int>::max()});
     const qlonglong big = std::numeric_limits<qlonglong>::max();
     QCOMPARE(listOf<qlonglong>(record<qlonglong>(TYPE_INT64, {big}) * record<qlonglong>(TYPE_INT64, {2})),
              QList<qlonglong>{-2});
-    QCOMPARE(listOf<uint>(record<uint>(TYPE_UINT32, {7}) / record<uint>(TYPE_UINT32, {2})), QList<uint>{3});
     QCOMPARE(listOf<short>(record<short>(TYPE_INT16, {-7}) / record<short>(TYPE_INT16, {2})), QList<short>{-3});
     QCOMPARE(listOf<qulonglong>(record<qulonglong>(TYPE_UINT64, {5}) / record<qulonglong>(TYPE_UINT64, {0})),
              QList<qulonglong>{0});
