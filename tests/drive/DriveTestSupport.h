@@ -45,13 +45,6 @@ inline void reset(SorvikSimulator &sim)
     sim.clearFrames();
 }
 
-inline void silence(SorvikSimulator &sim)
-{
-    SimFaults faults;
-    faults.silent = true;
-    sim.setFaults(faults);
-}
-
 // QVariant's own == compares list handles, not contents.
 inline void compareValue(int type, const QVariant &actual, const QVariant &expected)
 {

@@ -189,7 +189,9 @@ void TestOneTagWrite::failedWrite()
     QFETCH(int, count);
     QFETCH(int, status);
 
-    DriveTest::silence(m_sim);
+    SimFaults silent;
+    silent.silent = true;
+    m_sim.setFaults(silent);
     CLabelVariable label = recordOf(value);
     label.status = 0; // a status that came in never survives
     label.statusAux = 10;

@@ -55,7 +55,6 @@ void TestValues::listTypesCarryTheirQtNames()
                                                  LIST_TYPE(ushort),  LIST_TYPE(qlonglong), LIST_TYPE(qulonglong)};
 #undef LIST_TYPE
     for (const auto &type : types) {
-        QVERIFY(type.first > 0);
         QCOMPARE(QByteArray(QMetaType::typeName(type.first)), type.second);
         QCOMPARE(QMetaType::type(type.second.constData()), type.first);
     }
@@ -89,11 +88,8 @@ void TestValues::copyKeepsAllFieldsAssignmentKeepsTargetAux()
     target = source;
     QCOMPARE(target.statusAux, 10);
     QCOMPARE(target.auxWord, 5);
-    QCOMPARE(target.status, 0);
-    QCOMPARE(target.tag, QStringLiteral("AI1"));
-    QCOMPARE(target.auxText, QStringLiteral("x"));
+    QVERIFY(target == source); // status, tag, type, length, value and auxText
     QCOMPARE(target.time, source.time);
-    QCOMPARE(listOf<int>(target), QList<int>{7});
 
     const CLabelVariable fresh;
     QCOMPARE(fresh.status, 1);
