@@ -149,8 +149,8 @@ void TestOneTagWrite::roundTrip()
     COMPARE_VALUE(type, read.value, readBack.isValid() ? readBack : value);
 }
 
-// Against a silent controller: what came in stays, but the status, and nothing
-// is sent for a refused write.
+// Against a silent controller: every field that came in stays but the status,
+// and a refused write sends nothing.
 void TestOneTagWrite::failedWrite_data()
 {
     QTest::addColumn<QString>("tag");
