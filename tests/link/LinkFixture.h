@@ -14,8 +14,25 @@
 
 namespace LinkFixture {
 
-// Connections of a signal: QObject::receivers is protected, a member pointer
-// taken through a derived class is not.
+using TestSupport::hex;
+
+// The six frame functions, so that one table can drive several of them.
+enum Function { ReadBits, ReadBytes, ReadStrings, WriteBits, WriteBytes, WriteBlock };
+
+// Reads append to *data; writes send it.
+inline int call(CmdSorvik &link, int function, int area, int index, int count, QByteArray *data, const QString &tag)
+{
+    switch (function) {
+    case ReadBits: return link.ReadBits(area, index, count, data, tag);
+    case ReadBytes: return link.ReadBytes(area, index, count, data, tag);
+    case ReadStrings: return link.ReadStrings(area, index, count, data, tag);
+    case WriteBits: return link.WriteBits(area, index, count, *data, tag);
+    case WriteBytes: return link.WriteBytes(area, index, count, *data, tag);
+    default: return link.WriteBlock(area, index, count, *data, tag);
+    }
+}
+
+// QObject::receivers is protected; a member pointer taken through a derived class is not.
 struct ReceiverProbe : QObject {
     using QObject::receivers;
 };
@@ -42,8 +59,7 @@ inline QString peerText(const CmdSorvik &link)
     return QStringLiteral("%1:%2").arg(link.m_peerAddress.toString()).arg(link.m_peerPort);
 }
 
-// One simulator and one link proved by the handshake; frames and faults are
-// reset before every test function.
+// One simulator and one link proved by the handshake.
 class UdpPair
 {
 public:
@@ -59,6 +75,12 @@ public:
         sim.clearFrames();
         link.m_debug = false;
         link.m_rxBuffer.clear();
+    }
+    void silence()
+    {
+        SimFaults silent;
+        silent.silent = true;
+        sim.setFaults(silent);
     }
 
     SorvikSimulator sim;

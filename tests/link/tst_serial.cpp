@@ -7,7 +7,6 @@
 #include <QSerialPort>
 
 using namespace LinkFixture;
-using TestSupport::hex;
 
 class SerialTest : public QObject
 {
@@ -92,27 +91,22 @@ void SerialTest::gapByBaud()
 }
 
 // Each row opens twice, as a host that reconnects; the port keeps what a text
-// does not set. (A pseudo-terminal refuses even parity straight after no
-// parity, so no row asks for that step.)
+// does not set. (A pseudo-terminal refuses even parity straight after none.)
 void SerialTest::parityText_data()
 {
     QTest::addColumn<QString>("before");
     QTest::addColumn<QString>("text");
     QTest::addColumn<int>("parity");
-    QTest::newRow("E") << "O"
-                       << "E" << int(QSerialPort::EvenParity);
-    QTest::newRow("e") << "O"
-                       << "e" << int(QSerialPort::EvenParity);
-    QTest::newRow("o") << "N"
-                       << "o" << int(QSerialPort::OddParity);
-    QTest::newRow("n") << "O"
-                       << "n" << int(QSerialPort::NoParity);
-    QTest::newRow("Even holds an n") << "O"
-                                     << "Even" << int(QSerialPort::NoParity);
-    QTest::newRow("space holds an e") << "O"
-                                      << "space" << int(QSerialPort::EvenParity);
-    QTest::newRow("mark keeps the parity") << "odd"
-                                           << "mark" << int(QSerialPort::OddParity);
+    auto row = [](const char *name, const char *before, QSerialPort::Parity parity) {
+        QTest::newRow(name) << QString(before) << QString(name) << int(parity);
+    };
+    row("E", "O", QSerialPort::EvenParity);
+    row("e", "O", QSerialPort::EvenParity);
+    row("o", "N", QSerialPort::OddParity);
+    row("n", "O", QSerialPort::NoParity);
+    row("Even", "O", QSerialPort::NoParity);    // holds an n
+    row("space", "O", QSerialPort::EvenParity); // holds an e
+    row("mark", "odd", QSerialPort::OddParity); // keeps the parity
 }
 
 void SerialTest::parityText()
@@ -148,6 +142,7 @@ void SerialTest::destroyFreeTakesSerialFirst()
     QVERIFY(!pair.link.m_serial && pair.link.m_udp);
     QCOMPARE(pair.link.DestroyFree(), 0);
     QVERIFY(!pair.link.m_udp);
+    QCOMPARE(pair.link.IsLinkOpen(), -3);
     QCOMPARE(pair.link.DestroyFree(), 1);
 }
 

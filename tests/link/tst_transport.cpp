@@ -1,10 +1,9 @@
 // The UDP transport against the simulator: the handshake, socket reuse, and
-// how late, doubled and empty datagrams meet the next exchange.
+// how datagrams that came between exchanges meet the next one.
 
 #include "LinkFixture.h"
 
 using namespace LinkFixture;
-using TestSupport::hex;
 
 class TransportTest : public QObject
 {
@@ -13,15 +12,11 @@ class TransportTest : public QObject
 private slots:
     void handshake_data();
     void handshake();
-    void hostThatIsNoAddress();
     void secondOpenReusesSocket();
-    void lateReplyAnswersNextRequest_data();
-    void lateReplyAnswersNextRequest();
-    void lastPendingDatagramWins();
-    void emptyDatagramIsNoReply();
+    void pendingDatagrams_data();
+    void pendingDatagrams();
     void closeReportsSocketError();
     void noTransport();
-    void destroyFree();
 };
 
 void TransportTest::handshake_data()
@@ -53,16 +48,6 @@ void TransportTest::handshake()
     QCOMPARE(link.m_udp->state() == QAbstractSocket::UnconnectedState, result != 0);
 }
 
-void TransportTest::hostThatIsNoAddress()
-{
-    SorvikSimulator sim;
-    const quint16 port = sim.startUdp(TestSupport::testHost());
-    CmdSorvik link;
-    QCOMPARE(link.OpenUdp(QStringLiteral("localhost"), port), -1);
-    QVERIFY(link.m_udp);
-    QCOMPARE(sim.frameCount(), 0);
-}
-
 void TransportTest::secondOpenReusesSocket()
 {
     UdpPair pair;
@@ -79,76 +64,36 @@ void TransportTest::secondOpenReusesSocket()
     QCOMPARE(pair.sim.counters().handshakes, 2);
 }
 
-void TransportTest::lateReplyAnswersNextRequest_data()
+void TransportTest::pendingDatagrams_data()
 {
-    QTest::addColumn<bool>("bySimulatorDelay");
-    QTest::newRow("reply delayed past the waits") << true;
-    QTest::newRow("unsolicited datagram") << false;
+    QTest::addColumn<QByteArrayList>("datagrams");
+    QTest::addColumn<QByteArray>("out"); // empty: no reply
+    QTest::newRow("unsolicited") << QByteArrayList{hex("0101000011223344")} << hex("11223344");
+    QTest::newRow("last of two") << QByteArrayList{hex("01010000aaaaaaaa"), hex("01010000bbbbbbbb")} << hex("bbbbbbbb");
+    QTest::newRow("empty") << QByteArrayList{QByteArray()} << QByteArray();
 }
 
-// Nothing drains the socket before a send: a datagram that came after its
-// exchange ended is the reply of the next request.
-void TransportTest::lateReplyAnswersNextRequest()
+// Nothing drains the socket before a send: the last datagram that came in
+// since, the empty one included, replaces an earlier reply nobody took.
+void TransportTest::pendingDatagrams()
 {
-    QFETCH(bool, bySimulatorDelay);
-    TestSupport::LogCapture log;
+    QFETCH(QByteArrayList, datagrams);
+    QFETCH(QByteArray, out);
     UdpPair pair;
     QVERIFY(pair.start());
-    pair.sim.preset(7, 0, hex("11223344"));
-
-    QByteArray out;
-    if (bySimulatorDelay) {
-        SimFaults late;
-        late.delayMs = 500;
-        pair.sim.setFaults(late);
-        QCOMPARE(pair.link.ReadBytes(7, 0, 4, &out, "AI1"), -2);
-        QCOMPARE(log.texts(QtWarningMsg).size(), 1);
-    } else {
-        pair.sim.sendUnsolicited(hex("0101000011223344"));
-    }
+    pair.silence();
+    pair.link.m_rxBuffer = hex("01010000cccccccc");
+    for (const QByteArray &datagram : datagrams)
+        pair.sim.sendUnsolicited(datagram);
     QVERIFY(waitForPendingDatagram(pair.link));
-
-    SimFaults silent;
-    silent.silent = true;
-    pair.sim.setFaults(silent);
-    QCOMPARE(pair.link.ReadBytes(7, 1, 4, &out, "AI2"), 0);
-    QCOMPARE(out, hex("11223344"));
-}
-
-void TransportTest::lastPendingDatagramWins()
-{
-    UdpPair pair;
-    QVERIFY(pair.start());
-    SimFaults silent;
-    silent.silent = true;
-    pair.sim.setFaults(silent);
-    pair.sim.sendUnsolicited(hex("01010000aa"));
-    pair.sim.sendUnsolicited(hex("01010000bb"));
-    QVERIFY(waitForPendingDatagram(pair.link));
-    QThread::msleep(50); // the second follows the first at once
-
-    QByteArray out;
-    QCOMPARE(pair.link.ReadBits(1, 0, 1, &out, "DI1"), 0);
-    QCOMPARE(out, hex("bb"));
-}
-
-void TransportTest::emptyDatagramIsNoReply()
-{
-    UdpPair pair;
-    QVERIFY(pair.start());
-    SimFaults silent;
-    silent.silent = true;
-    pair.sim.setFaults(silent);
-    pair.link.m_rxBuffer = hex("01010000cc"); // a reply that nobody took
-    pair.sim.sendUnsolicited(QByteArray());
-    QVERIFY(waitForPendingDatagram(pair.link));
+    QThread::msleep(50); // a second follows the first at once
 
     TestSupport::LogCapture log;
-    QByteArray out = hex("99");
-    QCOMPARE(pair.link.ReadBits(1, 0, 1, &out, "DI1"), -2);
-    QCOMPARE(out, hex("99"));
+    QByteArray got = hex("99");
+    QCOMPARE(pair.link.ReadBytes(7, 1, 4, &got, "AI2"), out.isEmpty() ? -2 : 0);
+    QCOMPARE(got, hex("99") + out);
     QVERIFY(pair.link.m_rxBuffer.isEmpty());
-    QCOMPARE(log.texts(QtWarningMsg).size(), 1);
+    QCOMPARE(log.texts(QtWarningMsg).size(), out.isEmpty() ? 1 : 0);
 }
 
 // Closing the socket signals its disconnection; the error of the last wait is told.
@@ -156,9 +101,7 @@ void TransportTest::closeReportsSocketError()
 {
     UdpPair pair;
     QVERIFY(pair.start());
-    SimFaults silent;
-    silent.silent = true;
-    pair.sim.setFaults(silent);
+    pair.silence();
     QByteArray reply;
     QCOMPARE(pair.link.Exchange(hex("0401"), 2, &reply, 50), -1);
 
@@ -186,18 +129,7 @@ void TransportTest::noTransport()
     // A read logs its request before it finds the link closed; nothing else is said.
     QCOMPARE(log.texts(QtDebugMsg), QStringList{"lib[Sorvik]读命令 :0  AI1 len = 4 msg : 0101010007000000000400"});
     QVERIFY(log.texts(QtWarningMsg).isEmpty());
-}
-
-void TransportTest::destroyFree()
-{
-    CmdSorvik link;
     QCOMPARE(link.DestroyFree(), 1);
-    UdpPair pair;
-    QVERIFY(pair.start());
-    QCOMPARE(pair.link.DestroyFree(), 0);
-    QVERIFY(!pair.link.m_udp);
-    QCOMPARE(pair.link.IsLinkOpen(), -3);
-    QCOMPARE(pair.link.DestroyFree(), 1);
 }
 
 QTEST_GUILESS_MAIN(TransportTest)
