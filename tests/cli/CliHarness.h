@@ -16,8 +16,6 @@ struct Run {
     bool crashed = false;
     QString out;
     QString err;
-    QStringList errLines() const { return err.split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
-    QStringList outLines() const { return out.split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
 };
 
 // This program's own loopback address, as CTest hands it out (SORVIK_TEST_HOST);
@@ -34,10 +32,10 @@ inline QStringList embedded()
     return {QStringLiteral("--sim-address"), host()};
 }
 
-inline Run runProgram(const QString &program, const QStringList &arguments, int timeoutMs = 20000)
+inline Run cli(const QStringList &arguments, int timeoutMs = 20000)
 {
     QProcess process;
-    process.start(program, arguments);
+    process.start(QStringLiteral(SORVIK_CLI_FILE), arguments);
     Run run;
     if (!process.waitForFinished(timeoutMs)) {
         process.kill();
@@ -49,11 +47,6 @@ inline Run runProgram(const QString &program, const QStringList &arguments, int 
     run.out = QString::fromUtf8(process.readAllStandardOutput());
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
-}
-
-inline Run cli(const QStringList &arguments, int timeoutMs = 20000)
-{
-    return runProgram(QStringLiteral(SORVIK_CLI_FILE), arguments, timeoutMs);
 }
 
 // A sorvik-sim process; its first stdout line names its endpoint.
@@ -107,19 +100,6 @@ private:
     QString m_endpoint;
 };
 
-// The CSV rows of a run, header first, as lists of fields (no quoted commas in tests).
-inline QList<QStringList> csvRows(const Run &run)
-{
-    QList<QStringList> rows;
-    for (const QString &line : run.outLines())
-        rows << line.split(QLatin1Char(','));
-    return rows;
-}
-
-} // namespace CliHarness
-
-namespace CliHarness {
-
 // The raw JSON text of one member of a one-line object, e.g. the value array
 // "[1.5,2.5]"; raw text keeps 64-bit numbers exact.
 inline QString member(const QString &line, const QString &name)
@@ -153,14 +133,20 @@ inline QString member(const QString &line, const QString &name)
     return line.mid(at);
 }
 
-// The JSON lines of a run whose member `name` is present.
-inline QStringList linesWith(const Run &run, const QString &name)
+// For each JSON line of `out` that has the member `key`: the raw texts of the
+// `names` members, joined by spaces.
+inline QStringList members(const QString &out, const QString &key, const QStringList &names)
 {
-    QStringList lines;
-    for (const QString &line : run.outLines())
-        if (line.contains(QLatin1Char('"') + name + QStringLiteral("\":")))
-            lines << line;
-    return lines;
+    QStringList texts;
+    for (const QString &line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        if (!line.contains(QLatin1Char('"') + key + QStringLiteral("\":")))
+            continue;
+        QStringList values;
+        for (const QString &name : names)
+            values << member(line, name);
+        texts << values.join(QLatin1Char(' '));
+    }
+    return texts;
 }
 
 } // namespace CliHarness

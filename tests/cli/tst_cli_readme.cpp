@@ -9,8 +9,6 @@
 #include <QRegularExpression>
 #include <QTest>
 
-#include <memory>
-
 using namespace CliHarness;
 
 namespace {
@@ -23,7 +21,7 @@ struct Expectation {
 
 // Every example of the section, with what it must give.
 const Expectation kExamples[] = {
-    {"sorvik-cli info", 0, "Sorvik,V1.8.4 202001027,v2.1.0 "},
+    {"sorvik-cli info", 0, "drive,version,build,library\nSorvik,V1.8.4 202001027,v2.1.0 "},
     {"sorvik-cli read AI1:float AI3:int32 DI1:boolx8 SI1:string", 0, "SI1,string,0,ok,pump running,"},
     {"sorvik-cli poll AI1:float AI3:int32 DI1:bool SI3:string --cycles 3 --interval 500", 0, "\n3,AI1,float,0,ok,"},
     {"sorvik-cli plan AI1:float AI2:float AI3:int32 AI60:double DI1:bool DI4:bool Custom5:int16", 0,
@@ -106,7 +104,7 @@ private slots:
         QString line = localLine(command);
         if (exitCode < 0) {
             line.chop(1); // the trailing &: this test keeps the process
-            auto sim = std::make_unique<QProcess>();
+            auto *sim = new QProcess(this);
             sim->start(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("exec ") + line});
             QVERIFY(sim->waitForStarted());
             QTRY_VERIFY_WITH_TIMEOUT((sim->waitForReadyRead(50), sim->canReadLine()), 5000);
@@ -114,7 +112,6 @@ private slots:
             QVERIFY2(first.startsWith(output), qPrintable(first));
             if (first.startsWith(QLatin1String("pty ")))
                 m_ptyPath = first.mid(4);
-            m_background.push_back(std::move(sim));
             return;
         }
         QProcess shell;
@@ -128,14 +125,13 @@ private slots:
 
     void cleanupTestCase()
     {
-        for (const auto &sim : m_background) {
+        for (QProcess *sim : findChildren<QProcess *>()) {
             sim->terminate();
             sim->waitForFinished(3000);
         }
     }
 
 private:
-    std::vector<std::unique_ptr<QProcess>> m_background;
     QString m_ptyPath;
 };
 
