@@ -5,6 +5,7 @@
 
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QString>
 #include <QStringList>
 #include <QTest>
@@ -100,37 +101,15 @@ private:
     QString m_endpoint;
 };
 
-// The raw JSON text of one member of a one-line object, e.g. the value array
-// "[1.5,2.5]"; raw text keeps 64-bit numbers exact.
+// The raw JSON text of the first member `name` of a one-line object, e.g. the
+// value array "[1.5,2.5]"; raw text keeps 64-bit numbers exact. Values are
+// texts, flat arrays, flat objects or bare words.
 inline QString member(const QString &line, const QString &name)
 {
-    const QString key = QLatin1Char('"') + name + QStringLiteral("\":");
-    const int start = line.indexOf(key);
-    if (start < 0)
-        return QString();
-    int at = start + key.size();
-    int depth = 0;
-    bool quoted = false;
-    for (int i = at; i < line.size(); ++i) {
-        const QChar c = line.at(i);
-        if (quoted) {
-            if (c == QLatin1Char('\\'))
-                ++i;
-            else if (c == QLatin1Char('"'))
-                quoted = false;
-        } else if (c == QLatin1Char('"')) {
-            quoted = true;
-        } else if (c == QLatin1Char('[') || c == QLatin1Char('{')) {
-            ++depth;
-        } else if (c == QLatin1Char(']') || c == QLatin1Char('}')) {
-            if (depth == 0)
-                return line.mid(at, i - at);
-            --depth;
-        } else if (c == QLatin1Char(',') && depth == 0) {
-            return line.mid(at, i - at);
-        }
-    }
-    return line.mid(at);
+    const QString text = QStringLiteral("\"(?:[^\"\\\\]|\\\\.)*\"");
+    const QRegularExpression pattern(QStringLiteral("\"%1\":(%2|\\[(?:%2|[^\\]\"])*\\]|\\{(?:%2|[^}\"])*\\}|[^,}\\]]*)")
+                                         .arg(QRegularExpression::escape(name), text));
+    return pattern.match(line).captured(1);
 }
 
 // For each JSON line of `out` that has the member `key`: the raw texts of the
