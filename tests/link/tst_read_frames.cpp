@@ -24,10 +24,8 @@ private slots:
 
     void frames_data();
     void frames();
-    void paddedReplyIsCut_data();
-    void paddedReplyIsCut();
-    void failedRead_data();
-    void failedRead();
+    void logLines_data();
+    void logLines();
 
 private:
     UdpPair m_pair;
@@ -86,49 +84,25 @@ void ReadFramesTest::frames()
     QCOMPARE(out, hex("ee") + output);
 }
 
-void ReadFramesTest::paddedReplyIsCut_data()
-{
-    QTest::addColumn<int>("extra");
-    QTest::addColumn<QByteArray>("loggedReply");
-    QTest::newRow("padded to 1472") << 0 << hex("010100002a000000");
-    QTest::newRow("beyond 1472 stays") << 3 << hex("010100002a000000") + QByteArray(3, '\x55');
-}
-
-void ReadFramesTest::paddedReplyIsCut()
-{
-    QFETCH(int, extra);
-    QFETCH(QByteArray, loggedReply);
-    QByteArray reply = hex("010100002a000000");
-    reply += QByteArray(1472 - reply.size(), '\x33') + QByteArray(extra, '\x55');
-    m_pair.sim.queueReply(reply);
-    m_pair.link.m_debug = true;
-
-    TestSupport::LogCapture log;
-    QByteArray out;
-    QCOMPARE(m_pair.link.ReadBytes(7, 0, 4, &out, "AI1"), 0);
-    QCOMPARE(out, hex("2a000000"));
-    const QString peer = peerText(m_pair.link);
-    QCOMPARE(log.texts(QtDebugMsg),
-             QStringList({"lib[Sorvik]读命令 " + peer + "  AI1 len = 4 msg : 0101010007000000000400",
-                          "lib[Sorvik]读响应 " + peer + "  AI1 len = 4 msg : " + loggedReply.toHex()}));
-    QVERIFY(log.texts(QtWarningMsg).isEmpty());
-}
-
-void ReadFramesTest::failedRead_data()
+void ReadFramesTest::logLines_data()
 {
     QTest::addColumn<QByteArray>("reply"); // empty: the controller stays silent
-    QTest::addColumn<QStringList>("warnings");
+    QTest::addColumn<QByteArray>("logged");
+    QTest::addColumn<QStringList>("warnings"); // none: the read succeeds
+    const QByteArray good = hex("010100002a000000"), padding(1472 - good.size(), '\x33'), beyond = hex("555555");
     const QString foreign = "lib[Sorvik]返回的序号错误", empty = "lib[Sorvik]返回的报文长度为0";
-    QTest::newRow("01 02") << hex("0102000011") << QStringList{foreign, empty};
-    QTest::newRow("02 01") << hex("0201000011") << QStringList{foreign, empty};
-    QTest::newRow("one byte") << hex("01") << QStringList{foreign, empty};
-    QTest::newRow("no reply") << QByteArray() << QStringList{empty};
+    QTest::newRow("padded to 1472") << good + padding << good << QStringList();
+    QTest::newRow("beyond 1472 stays") << good + padding + beyond << good + beyond << QStringList();
+    QTest::newRow("01 02") << hex("0102000011") << hex("0102000011") << QStringList{foreign, empty};
+    QTest::newRow("02 01") << hex("0201000011") << hex("0201000011") << QStringList{foreign, empty};
+    QTest::newRow("one byte") << hex("01") << hex("01") << QStringList{foreign, empty};
+    QTest::newRow("no reply") << QByteArray() << QByteArray() << QStringList{empty};
 }
 
-// The logged length is the byte length of the request, 512 for two strings.
-void ReadFramesTest::failedRead()
+void ReadFramesTest::logLines()
 {
     QFETCH(QByteArray, reply);
+    QFETCH(QByteArray, logged);
     QFETCH(QStringList, warnings);
     if (reply.isEmpty())
         m_pair.silence();
@@ -137,13 +111,13 @@ void ReadFramesTest::failedRead()
     m_pair.link.m_debug = true;
     TestSupport::LogCapture log;
     QByteArray out = hex("ee");
-    QCOMPARE(m_pair.link.ReadStrings(28, 0, 2, &out, "SI1"), -2);
-    QCOMPARE(out, hex("ee"));
-    const QString head = " " + peerText(m_pair.link) + "  SI1 len = 512 msg : ";
-    QCOMPARE(log.texts(QtDebugMsg), QStringList({"lib[Sorvik]读命令" + head + "010101001c000000000002",
-                                                 "lib[Sorvik]读响应" + head + reply.toHex()}));
+    QCOMPARE(m_pair.link.ReadBytes(7, 0, 4, &out, "AI1"), warnings.isEmpty() ? 0 : -2);
+    QCOMPARE(out, hex(warnings.isEmpty() ? "ee2a000000" : "ee"));
+    const QString head = " " + peerText(m_pair.link) + "  AI1 len = 4 msg : ";
+    QCOMPARE(log.texts(QtDebugMsg), QStringList({"lib[Sorvik]读命令" + head + "0101010007000000000400",
+                                                 "lib[Sorvik]读响应" + head + logged.toHex()}));
     for (QString &warning : warnings)
-        warning += head + reply.toHex();
+        warning += head + logged.toHex();
     QCOMPARE(log.texts(QtWarningMsg), warnings);
 }
 

@@ -19,7 +19,6 @@ private slots:
     void gapByBaud();
     void parityText_data();
     void parityText();
-    void portThatDoesNotOpen();
     void destroyFreeTakesSerialFirst();
 
 private:
@@ -36,6 +35,10 @@ void SerialTest::initTestCase()
 void SerialTest::exchangeAndRelease()
 {
     CmdSorvik link;
+    QCOMPARE(link.OpenSerial(QStringLiteral("/dev/no-such-terminal"), 9600, 8, 1, "N"), -1);
+    QVERIFY(link.m_serial && !link.m_gapTimer);
+    QCOMPARE(link.m_gapMs, 2);
+    QCOMPARE(link.IsLinkOpen(), -3);
     QCOMPARE(link.CloseSerial(), -1);
     QCOMPARE(link.OpenSerial(m_path, 9600, 8, 1, "N"), 0);
     QCOMPARE(link.IsLinkOpen(), 0);
@@ -119,18 +122,6 @@ void SerialTest::parityText()
     QCOMPARE(link.OpenSerial(m_path, 9600, 8, 1, text), 0);
     QCOMPARE(int(link.m_serial->parity()), parity);
     QCOMPARE(link.m_serial->flowControl(), QSerialPort::NoFlowControl);
-}
-
-void SerialTest::portThatDoesNotOpen()
-{
-    CmdSorvik link;
-    QCOMPARE(link.OpenSerial(QStringLiteral("/dev/no-such-terminal"), 9600, 8, 1, "N"), -1);
-    QVERIFY(link.m_serial);
-    QVERIFY(!link.m_gapTimer);
-    QCOMPARE(link.m_gapMs, 2);
-    QCOMPARE(link.IsLinkOpen(), -3);
-    QCOMPARE(link.CloseSerial(), -1);
-    QCOMPARE(link.DestroyFree(), 0);
 }
 
 void SerialTest::destroyFreeTakesSerialFirst()
