@@ -1,8 +1,7 @@
 #pragma once
 
-// Shared by the fuzz programs: turning fuzz bytes into the drive's inputs
-// (byte arrays, tag texts, value lists), silencing the log, and checks that
-// stop the run with a message when an outcome breaks a rule.
+// Shared by the fuzz programs: fuzz bytes turned into the drive's inputs, and
+// checks that stop the run when an outcome breaks a rule.
 
 #include "host/ValueLists.h"
 
@@ -27,22 +26,21 @@ inline void check(bool holds, const char *rule)
     std::abort();
 }
 
-// The drive warns about every bad reply; millions of lines would only slow the run.
-inline void silenceLog()
+// One object for all runs, kept to the end as a host keeps its drive.
+template <typename T> T &kept()
 {
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    static T *instance = new T;
+    return *instance;
 }
 
 inline QByteArray bytes(FuzzedDataProvider &input, size_t most)
 {
-    const std::string raw = input.ConsumeBytesAsString(input.ConsumeIntegralInRange<size_t>(0, most));
-    return QByteArray(raw.data(), static_cast<int>(raw.size()));
+    return QByteArray::fromStdString(input.ConsumeBytesAsString(input.ConsumeIntegralInRange<size_t>(0, most)));
 }
 
 inline QByteArray remainingBytes(FuzzedDataProvider &input)
 {
-    const std::string raw = input.ConsumeRemainingBytesAsString();
-    return QByteArray(raw.data(), static_cast<int>(raw.size()));
+    return QByteArray::fromStdString(input.ConsumeRemainingBytesAsString());
 }
 
 // Any UTF-16 text, unpaired surrogates included.
@@ -52,9 +50,8 @@ inline QString anyText(FuzzedDataProvider &input, size_t most)
     return QString(reinterpret_cast<const QChar *>(raw.constData()), raw.size() / 2);
 }
 
-// A text close to a tag, so that most inputs reach past the first test: an
-// area name in either case (or a near miss), a number with leading zeros or
-// out of range, and now and then a length suffix or other tail.
+// A text close to a tag, so that most inputs reach past the first test: an area
+// name or a near miss, a number, now and then a suffix or other tail.
 inline QString tagLike(FuzzedDataProvider &input)
 {
     static const char *const kPrefixes[] = {"DI",  "DI_F", "DI_S", "DO",     "DO_F",   "DO_S", "AI",  "AI_F", "AI_S",
@@ -91,8 +88,7 @@ template <typename T> T element(FuzzedDataProvider &input)
         return input.ConsumeIntegral<T>();
 }
 
-// A value of any of the twelve list types, of any length up to `most`, or
-// something that is no list at all.
+// A list of any of the twelve types, up to `most` long, or no list at all.
 inline QVariant value(FuzzedDataProvider &input, int most = 64)
 {
     const int type = input.ConsumeIntegralInRange(0, 14);
@@ -104,8 +100,7 @@ inline QVariant value(FuzzedDataProvider &input, int most = 64)
     SorvikValues::visitElementType(type, [&](auto kind) {
         using T = typename decltype(kind)::type;
         QList<T> list;
-        const int size = input.ConsumeIntegralInRange(0, most);
-        for (int i = 0; i < size && input.remaining_bytes() > 0; ++i)
+        for (int i = input.ConsumeIntegralInRange(0, most); i > 0 && input.remaining_bytes() > 0; --i)
             list.append(element<T>(input));
         result = SorvikValues::toVariant(list);
     });
@@ -113,3 +108,10 @@ inline QVariant value(FuzzedDataProvider &input, int most = 64)
 }
 
 } // namespace FuzzSupport
+
+// The drive warns about every bad reply; millions of lines would only slow the run.
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    return 0;
+}

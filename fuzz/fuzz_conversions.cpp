@@ -6,8 +6,6 @@
 
 #include "drive/LibSorvik.h"
 
-#include <cstring>
-
 using FuzzSupport::check;
 
 namespace {
@@ -27,11 +25,7 @@ const Encoder kEncoders[] = {
     &LibSorvik::Wset_variant_UInt32, &LibSorvik::Wset_variant_float,  &LibSorvik::Wset_variant_Int64,
     &LibSorvik::Wset_variant_UInt64, &LibSorvik::Wset_variant_double, &LibSorvik::Wset_variant_string};
 
-LibSorvik &drive()
-{
-    static LibSorvik *instance = new LibSorvik; // kept to the end, as a host keeps its drive
-    return *instance;
-}
+constexpr auto drive = FuzzSupport::kept<LibSorvik>;
 
 // Every decoder gives a list of its own type, never more elements than asked for.
 void decode(FuzzedDataProvider &input)
@@ -49,14 +43,12 @@ void decode(FuzzedDataProvider &input)
     });
 }
 
-template <typename T> bool sameBits(const QList<T> &a, const QList<T> &b)
+template <typename T> QByteArray bitsOf(const QList<T> &list)
 {
-    if (a.size() != b.size())
-        return false;
-    for (int i = 0; i < a.size(); ++i)
-        if (std::memcmp(&a.at(i), &b.at(i), sizeof(T)) != 0)
-            return false;
-    return true;
+    QByteArray bits;
+    for (const T &element : list)
+        bits.append(reinterpret_cast<const char *>(&element), sizeof(T));
+    return bits;
 }
 
 // Any value and count: the payload never holds more than count elements, and
@@ -81,7 +73,7 @@ void encode(FuzzedDataProvider &input)
             return;
         const QList<T> given = SorvikValues::listFrom<T>(label.value).mid(0, qMax(0, count));
         const QList<T> back = SorvikValues::listFrom<T>((drive().*kDecoders[type - 1])(payload, given.size()));
-        check(sameBits(given, back), "decoding gives back what encoding wrote");
+        check(bitsOf(given) == bitsOf(back), "decoding gives back what encoding wrote");
     });
 }
 
@@ -105,13 +97,6 @@ void operate(FuzzedDataProvider &input)
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzSupport::silenceLog();
-    drive();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -7,7 +7,7 @@
 
 #include "engine/CInductiveDrive.h"
 
-#include <QSet>
+#include <algorithm>
 
 using namespace Induction;
 using FuzzSupport::check;
@@ -16,11 +16,7 @@ namespace {
 
 const QString kConnect = QStringLiteral("1");
 
-CInductiveDrive &engine()
-{
-    static CInductiveDrive *instance = new CInductiveDrive;
-    return *instance;
-}
+constexpr auto engine = FuzzSupport::kept<CInductiveDrive>;
 
 // What the device gives back: any status, any value, any naming.
 CLabelVariable answer(FuzzedDataProvider &input)
@@ -45,10 +41,7 @@ void setLimits(FuzzedDataProvider &input)
 
 template <typename Info> bool inOneKey(const QList<QList<Info>> &keys, const Info &info)
 {
-    int found = 0;
-    for (const QList<Info> &key : keys)
-        found += key.count(info) > 0 ? 1 : 0;
-    return found == 1;
+    return std::count_if(keys.cbegin(), keys.cend(), [&](const QList<Info> &key) { return key.contains(info); }) == 1;
 }
 
 // A planned block reaches over every byte of its tags: a tag beyond its end
@@ -56,7 +49,7 @@ template <typename Info> bool inOneKey(const QList<QList<Info>> &keys, const Inf
 void checkCovered(const SReadGroup &block)
 {
     for (auto place = block.tags.cbegin(); place != block.tags.cend(); ++place) {
-        const int offset = place->offset;
+        const qint64 offset = place->offset;
         check(offset >= 0, "a tag lies inside its block");
         if (block.kind == 2) {
             check(offset < block.length, "a point lies inside its block");
@@ -64,8 +57,7 @@ void checkCovered(const SReadGroup &block)
             check(offset / 8 < block.length, "a bit lies inside its block");
         } else {
             const int size = engine().tagSize(place.key());
-            check(size < 0 || qint64(offset) * place->width + size <= block.length,
-                  "a tag's bytes lie inside its block");
+            check(size < 0 || offset * place->width + size <= block.length, "a tag's bytes lie inside its block");
         }
     }
 }
@@ -73,8 +65,7 @@ void checkCovered(const SReadGroup &block)
 void planReads(FuzzedDataProvider &input)
 {
     QList<SReadInfo> infos;
-    const int count = input.ConsumeIntegralInRange(0, 48);
-    for (int i = 0; i < count; ++i)
+    for (int i = input.ConsumeIntegralInRange(0, 48); i > 0; --i)
         infos.append({FuzzSupport::tagLike(input), FuzzSupport::dataType(input)});
     const QList<QList<SReadInfo>> keys = engine().InductiveDrive_Read(kConnect, infos);
     const QList<SReadInfo> refused = engine().GetCannotInductiveDrive_Read(kConnect);
@@ -84,11 +75,9 @@ void planReads(FuzzedDataProvider &input)
         checkCovered(engine().GetInductiveDrive_Read(kConnect, key));
 
     QList<SReadInfo_manual> blocks;
-    const int manual = input.ConsumeIntegralInRange(0, 4);
-    for (int i = 0; i < manual; ++i) {
+    for (int i = input.ConsumeIntegralInRange(0, 4); i > 0; --i) {
         SReadInfo_manual block{FuzzSupport::tagLike(input), input.ConsumeIntegral<int>(), {}};
-        const int items = input.ConsumeIntegralInRange(0, 6);
-        for (int j = 0; j < items; ++j)
+        for (int j = input.ConsumeIntegralInRange(0, 6); j > 0; --j)
             block.items.append(
                 {FuzzSupport::tagLike(input), FuzzSupport::dataType(input), input.ConsumeIntegral<int>()});
         blocks.append(block);
@@ -107,8 +96,7 @@ void planReads(FuzzedDataProvider &input)
 void planWrites(FuzzedDataProvider &input)
 {
     QList<SWriteInfo> infos;
-    const int count = input.ConsumeIntegralInRange(0, 48);
-    for (int i = 0; i < count; ++i)
+    for (int i = input.ConsumeIntegralInRange(0, 48); i > 0; --i)
         infos.append({FuzzSupport::tagLike(input), FuzzSupport::dataType(input), FuzzSupport::value(input, 3)});
     const QList<QList<SWriteInfo>> keys = engine().InductiveDrive_Write(kConnect, infos);
     const QList<SWriteInfo> refused = engine().GetCannotInductiveDrive_Write(kConnect);
@@ -123,20 +111,12 @@ void planWrites(FuzzedDataProvider &input)
         check(held == block.length || (held == 0 && block.length < 1), "a block carries exactly its planned bytes");
         const QMap<SWriteInfo, CLabelVariable> results = engine().BlockWriting(kConnect, key);
         check(!results.isEmpty(), "a planned block is written");
-        const bool written = results.first().status == 0;
-        check(engine().GetInductiveDrive_Write(kConnect).contains(key) != written,
+        check(engine().GetInductiveDrive_Write(kConnect).contains(key) != (results.first().status == 0),
               "only a written block leaves the plan");
     }
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzSupport::silenceLog();
-    engine();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

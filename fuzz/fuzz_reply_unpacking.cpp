@@ -9,26 +9,6 @@
 using namespace SorvikProtocol;
 using FuzzSupport::check;
 
-namespace {
-
-// The cut may drop padding between 4 + length and 1472 bytes, never a byte before.
-void cut(const QByteArray &reply, int length)
-{
-    QByteArray cutReply = reply;
-    FrameBytes::cutReply(&cutReply, length);
-    const int kept = length >= 0 ? qMin<qint64>(reply.size(), qint64(length) + kReplyHeadSize) : 0;
-    check(cutReply.size() <= reply.size(), "the cut never adds bytes");
-    check(cutReply.left(kept) == reply.left(kept), "the cut keeps the head and the data");
-}
-
-} // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzSupport::silenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzedDataProvider input(data, size);
@@ -38,7 +18,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const int length = input.ConsumeIntegralInRange(-8, 3 * kTransferLimit);
     const QByteArray reply = FuzzSupport::remainingBytes(input);
 
-    cut(reply, length);
+    // The cut may drop padding between 4 + length and 1472 bytes, never a byte before.
+    QByteArray cutReply = reply;
+    FrameBytes::cutReply(&cutReply, length);
+    const int kept = length >= 0 ? qMin<qint64>(reply.size(), qint64(length) + kReplyHeadSize) : 0;
+    check(cutReply.size() <= reply.size(), "the cut never adds bytes");
+    check(cutReply.left(kept) == reply.left(kept), "the cut keeps the head and the data");
     ReplyUnpacking::isOwnReply(reply);
 
     QByteArray out("kept"); // what the array held before stays in front

@@ -27,18 +27,11 @@ QByteArray frame(FuzzedDataProvider &input)
     return head + FuzzSupport::bytes(input, 300);
 }
 
-// One controller for all runs, its memory cleared before each: a fresh one
-// would map and zero megabytes of memory on every run.
-SimController &controllerOf()
-{
-    static SimController *controller = new SimController;
-    controller->memory().clear();
-    return *controller;
-}
-
 void answerFrames(FuzzedDataProvider &input)
 {
-    SimController &controller = controllerOf();
+    // One controller for all runs: a fresh one would map and zero megabytes of memory each time.
+    SimController &controller = FuzzSupport::kept<SimController>();
+    controller.memory().clear();
     while (input.remaining_bytes() > 0) {
         const QByteArray request = frame(input);
         const SimAnswer answer = controller.answer(request);
@@ -70,22 +63,15 @@ void parsePreset(FuzzedDataProvider &input)
                              : FuzzSupport::anyText(input, 80);
     SimPreset preset;
     QString error;
-    if (SimPresets::parse(text, &preset, &error)) {
+    if (SimPresets::parse(text, &preset, &error))
         check(preset.address >= 0 &&
                   preset.address + qint64(preset.bytes.size()) <= SimMemory::regionSizeOf(preset.area),
               "a parsed preset lies inside its area");
-    } else {
+    else
         check(!error.isEmpty(), "a refused preset says why");
-    }
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzSupport::silenceLog();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

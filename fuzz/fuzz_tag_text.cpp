@@ -7,36 +7,13 @@
 
 using FuzzSupport::check;
 
-namespace {
-
-LibSorvik &drive()
-{
-    static LibSorvik *instance = new LibSorvik;
-    return *instance;
-}
-
-bool isEngineArea(const CInductiveDrive &engine, const STagAddress &address)
-{
-    return engine.areaName(address.area) == address.areaText ||
-           engine.areaName(address.area).toLower() == address.areaText;
-}
-
-} // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzSupport::silenceLog();
-    drive();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzedDataProvider input(data, size);
     const int type = FuzzSupport::dataType(input);
     const int number = input.ConsumeIntegral<int>();
     const QString tag = input.ConsumeBool() ? FuzzSupport::tagLike(input) : FuzzSupport::anyText(input, 64);
-    LibSorvik &sorvik = drive();
+    LibSorvik &sorvik = FuzzSupport::kept<LibSorvik>();
 
     const int area = sorvik.getArea(tag);
     check(area == 0 || sorvik.getmaximum_length(area) > 0, "a tag's area has a size");
@@ -49,7 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     const CInductiveDrive &engine = sorvik.m_engine;
     const STagAddress address = engine.analyseTag(tag, type);
-    check(address.isBlank() || (isEngineArea(engine, address) && address.number >= 1 && address.number <= 32767),
+    const QString name = engine.areaName(address.area);
+    check(address.isBlank() || ((address.areaText == name || address.areaText == name.toLower()) &&
+                                address.number >= 1 && address.number <= 32767),
           "an analysed tag names an area and a number from 1 to 32767");
     engine.tagSize(Induction::SReadInfo{tag, type});
     engine.tagOffset(tag, number, type);
