@@ -50,56 +50,50 @@ inline Run cli(const QStringList &arguments, int timeoutMs = 20000)
     return run;
 }
 
-// A sorvik-sim process; its first stdout line names its endpoint.
+// A sorvik-sim process; its first stdout line names its endpoint, which
+// becomes the connection text: address and port, or a serial line at 9600 8N1.
 class Simulator
 {
 public:
     ~Simulator() { stop(); }
 
-    bool start(const QStringList &arguments)
-    {
-        m_process.start(QStringLiteral(SORVIK_SIM_FILE), arguments);
-        if (!m_process.waitForStarted(5000))
-            return false;
-        QElapsedTimer clock;
-        clock.start();
-        while (!m_process.canReadLine() && clock.elapsed() < 5000)
-            m_process.waitForReadyRead(100);
-        const QStringList first = QString::fromUtf8(m_process.readLine()).trimmed().split(QLatin1Char(' '));
-        if (first.size() != 2)
-            return false;
-        m_endpoint = first.at(1);
-        return true;
-    }
-    // On UDP the address and port; on a pseudo-terminal the serial connection text.
-    bool startUdp(const QStringList &extra = {})
-    {
-        return start(QStringList{QStringLiteral("--address"), host(), QStringLiteral("--port"), QStringLiteral("0")} +
-                     extra);
-    }
-    bool startPty(const QStringList &extra = {})
-    {
-        if (!start(QStringList{QStringLiteral("--pty")} + extra))
-            return false;
-        m_endpoint += QStringLiteral(",9600,8,1,N");
-        return true;
-    }
+    bool startUdp(const QStringList &extra = {}) { return start({"--address", host(), "--port", "0"}, extra, {}); }
+    bool startPty(const QStringList &extra = {}) { return start({"--pty"}, extra, ",9600,8,1,N"); }
     const QString &connectText() const { return m_endpoint; }
     void stop()
     {
-        if (m_process.state() != QProcess::NotRunning) {
-            m_process.terminate();
-            if (!m_process.waitForFinished(3000)) {
-                m_process.kill();
-                m_process.waitForFinished();
-            }
-        }
+        m_process.terminate();
+        if (!m_process.waitForFinished(3000))
+            m_process.kill();
     }
 
 private:
+    bool start(const QStringList &arguments, const QStringList &extra, const QString &serialTail)
+    {
+        m_process.start(QStringLiteral(SORVIK_SIM_FILE), arguments + extra);
+        QElapsedTimer clock;
+        clock.start();
+        while (m_process.waitForStarted(5000) && !m_process.canReadLine() && clock.elapsed() < 5000)
+            m_process.waitForReadyRead(100);
+        const QStringList first = QString::fromUtf8(m_process.readLine()).trimmed().split(QLatin1Char(' '));
+        m_endpoint = first.value(1) + serialTail;
+        return first.size() == 2;
+    }
+
     QProcess m_process;
     QString m_endpoint;
 };
+
+// Starts a poll and waits until its first cycle is out.
+inline bool startPoll(QProcess &poll, const QStringList &arguments)
+{
+    poll.start(QStringLiteral(SORVIK_CLI_FILE), arguments);
+    QElapsedTimer clock;
+    clock.start();
+    while (poll.waitForStarted(5000) && !poll.peek(1 << 16).contains("\"timing\"") && clock.elapsed() < 5000)
+        poll.waitForReadyRead(50);
+    return poll.peek(1 << 16).contains("\"timing\"");
+}
 
 // The raw JSON text of the first member `name` of a one-line object, e.g. the
 // value array "[1.5,2.5]"; raw text keeps 64-bit numbers exact. Values are

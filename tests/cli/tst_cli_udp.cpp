@@ -132,9 +132,7 @@ private slots:
     void pollStopsOnCtrlC()
     {
         QProcess poll;
-        poll.start(QStringLiteral(SORVIK_CLI_FILE), at({"poll", "AI1:int32", "--interval", "100"}));
-        QVERIFY(poll.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT((poll.waitForReadyRead(50), poll.peek(4096).contains("\"timing\"")), 5000);
+        QVERIFY(startPoll(poll, at({"poll", "AI1:int32", "--interval", "100"})));
         ::kill(pid_t(poll.processId()), SIGINT);
         QVERIFY(poll.waitForFinished(5000));
         QCOMPARE(poll.exitStatus(), QProcess::NormalExit);
@@ -148,10 +146,8 @@ private slots:
         Simulator sim;
         QVERIFY(sim.startUdp({"--set", "AI1=int32:42"}));
         QProcess poll;
-        poll.start(QStringLiteral(SORVIK_CLI_FILE), {"--connect", sim.connectText(), "--format", "json", "poll",
-                                                     "AI1:int32", "DI1:bool", "--cycles", "3", "--interval", "500"});
-        QVERIFY(poll.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT((poll.waitForReadyRead(50), poll.peek(4096).contains("\"timing\"")), 5000);
+        QVERIFY(startPoll(poll, {"--connect", sim.connectText(), "--format", "json", "poll", "AI1:int32", "DI1:bool",
+                                 "--cycles", "3", "--interval", "500"}));
         sim.stop();
         QVERIFY(poll.waitForFinished(10000));
         QCOMPARE(poll.exitCode(), 4);
