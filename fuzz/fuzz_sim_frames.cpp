@@ -1,12 +1,11 @@
 // The simulator's side of the protocol on any run of frames: whatever comes
 // in, a reply has the form of its request, and what a write carried is what
-// the memory then holds. Also the parser of the simulator's preset texts.
+// the memory then holds.
 
 #include "FuzzSupport.h"
 
 #include "link/SorvikProtocol.h"
 #include "sim/SimController.h"
-#include "sim/SimPresets.h"
 
 using namespace SorvikProtocol;
 using FuzzSupport::check;
@@ -27,8 +26,11 @@ QByteArray frame(FuzzedDataProvider &input)
     return head + FuzzSupport::bytes(input, 300);
 }
 
-void answerFrames(FuzzedDataProvider &input)
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
+    FuzzedDataProvider input(data, size);
     // One controller for all runs: a fresh one would map and zero megabytes of memory each time.
     SimController &controller = FuzzSupport::kept<SimController>();
     controller.memory().clear();
@@ -54,31 +56,5 @@ void answerFrames(FuzzedDataProvider &input)
         case SimAnswer::Kind::Invalid: check(!answer.reason.isEmpty(), "a refusal says why"); break;
         }
     }
-}
-
-void parsePreset(FuzzedDataProvider &input)
-{
-    const QString text = input.ConsumeBool()
-                             ? FuzzSupport::tagLike(input) + QStringLiteral("=") + FuzzSupport::anyText(input, 40)
-                             : FuzzSupport::anyText(input, 80);
-    SimPreset preset;
-    QString error;
-    if (SimPresets::parse(text, &preset, &error))
-        check(preset.address >= 0 &&
-                  preset.address + qint64(preset.bytes.size()) <= SimMemory::regionSizeOf(preset.area),
-              "a parsed preset lies inside its area");
-    else
-        check(!error.isEmpty(), "a refused preset says why");
-}
-
-} // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-    FuzzedDataProvider input(data, size);
-    if (input.ConsumeIntegralInRange(0, 3) == 0)
-        parsePreset(input);
-    else
-        answerFrames(input);
     return 0;
 }
