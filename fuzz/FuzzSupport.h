@@ -1,7 +1,6 @@
 #pragma once
 
-// Shared by the fuzz programs: fuzz bytes turned into the drive's inputs, and
-// checks that stop the run when an outcome breaks a rule.
+// Shared by the fuzz programs: fuzz bytes turned into the drive's inputs, and rule checks.
 
 #include "host/ValueLists.h"
 
@@ -50,8 +49,7 @@ inline QString anyText(FuzzedDataProvider &input, size_t most)
     return QString(reinterpret_cast<const QChar *>(raw.constData()), raw.size() / 2);
 }
 
-// A text close to a tag, so that most inputs reach past the first test: an area
-// name or a near miss, a number, now and then a suffix or other tail.
+// A text close to a tag, so that most inputs get past the first test.
 inline QString tagLike(FuzzedDataProvider &input)
 {
     static const char *const kPrefixes[] = {"DI",  "DI_F", "DI_S", "DO",     "DO_F",   "DO_S", "AI",  "AI_F", "AI_S",

@@ -1,6 +1,4 @@
-// The value conversions of the drive on any bytes, counts and values: reply
-// bytes to value lists, value lists to payload bytes, and the operators of
-// the value record.
+// The drive's decoders, encoders and value record operators on any bytes, counts and values.
 
 #include "FuzzSupport.h"
 
@@ -51,8 +49,7 @@ template <typename T> QByteArray bitsOf(const QList<T> &list)
     return bits;
 }
 
-// Any value and count: the payload never holds more than count elements, and
-// what an encoder writes, the decoder of the same little-endian type reads back.
+// A payload holds at most count elements, and the little-endian decoder of its type reads it back.
 void encode(FuzzedDataProvider &input)
 {
     const int type = input.ConsumeIntegralInRange(1, 12);
@@ -77,8 +74,7 @@ void encode(FuzzedDataProvider &input)
     });
 }
 
-// The operators of two records of any type, length and value: no trap, also
-// for a zero divisor or the smallest integer divided by -1.
+// Operators on records of any type, length and value never trap, not even on x / 0 or INT_MIN / -1.
 void operate(FuzzedDataProvider &input)
 {
     CLabelVariable a, b;

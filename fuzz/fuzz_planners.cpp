@@ -1,7 +1,5 @@
-// The planners on any tag list and any limits, and the carrying out of every
-// planned block against a device that answers anything at all: every tag is
-// planned once or refused, a write block carries exactly its planned bytes,
-// and only a written block leaves the plan.
+// Both planners on any tags and limits, and every planned block carried out against a device that answers
+// anything: each tag is planned once or refused, and only a written block leaves the plan.
 
 #include "FuzzSupport.h"
 
@@ -44,8 +42,7 @@ template <typename Info> bool inOneKey(const QList<QList<Info>> &keys, const Inf
     return std::count_if(keys.cbegin(), keys.cend(), [&](const QList<Info> &key) { return key.contains(info); }) == 1;
 }
 
-// A planned block reaches over every byte of its tags: a tag beyond its end
-// would read as zero with the block's good status.
+// A read block covers every byte of its tags; one beyond would read as zero with a good status.
 void checkCovered(const SReadGroup &block)
 {
     for (auto place = block.tags.cbegin(); place != block.tags.cend(); ++place) {

@@ -1,5 +1,4 @@
-// Read replies as a broken or hostile controller might send them: the cut of
-// a padded reply, the identity test and the data each read function hands on.
+// Hostile read replies: the cut of padding, the identity test and what each read function hands on.
 
 #include "FuzzSupport.h"
 

@@ -1,6 +1,4 @@
-// The simulator's side of the protocol on any run of frames: whatever comes
-// in, a reply has the form of its request, and what a write carried is what
-// the memory then holds.
+// The simulator on any run of frames: a reply has the form of its request, and a write is stored.
 
 #include "FuzzSupport.h"
 

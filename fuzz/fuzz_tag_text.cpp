@@ -1,5 +1,4 @@
-// Tag texts of any form: the loose addressing of the one-tag path and the
-// strict analysis of the engine, with transfer lengths of any type and count.
+// Any tag text through the one-tag addressing and the engine's analysis, with lengths of any type and count.
 
 #include "FuzzSupport.h"
 

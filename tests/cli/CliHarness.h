@@ -1,7 +1,6 @@
 #pragma once
 
-// Runs the built sorvik-cli and sorvik-sim as a user would, over real
-// loopback sockets and pseudo-terminals.
+// Runs the built sorvik-cli and sorvik-sim as a user would, over loopback sockets and pseudo-terminals.
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -19,8 +18,7 @@ struct Run {
     QString err;
 };
 
-// This program's own loopback address, as CTest hands it out (SORVIK_TEST_HOST);
-// the cli test group links no Qt Network, so it is read here as text.
+// This program's own loopback address from CTest, as text: the cli tests link no Qt Network.
 inline QString host()
 {
     const QByteArray address = qgetenv("SORVIK_TEST_HOST");
@@ -50,8 +48,7 @@ inline Run cli(const QStringList &arguments, int timeoutMs = 20000)
     return run;
 }
 
-// A sorvik-sim process; its first stdout line names its endpoint, which
-// becomes the connection text: address and port, or a serial line at 9600 8N1.
+// A sorvik-sim process; the endpoint on its first stdout line becomes the connection text.
 class Simulator
 {
 public:
@@ -95,9 +92,7 @@ inline bool startPoll(QProcess &poll, const QStringList &arguments)
     return poll.peek(1 << 16).contains("\"timing\"");
 }
 
-// The raw JSON text of the first member `name` of a one-line object, e.g. the
-// value array "[1.5,2.5]"; raw text keeps 64-bit numbers exact. Values are
-// texts, flat arrays, flat objects or bare words.
+// The raw JSON text of a member of a one-line object (raw keeps 64-bit numbers exact).
 inline QString member(const QString &line, const QString &name)
 {
     const QString text = QStringLiteral("\"(?:[^\"\\\\]|\\\\.)*\"");
@@ -106,8 +101,7 @@ inline QString member(const QString &line, const QString &name)
     return pattern.match(line).captured(1);
 }
 
-// For each JSON line of `out` that has the member `key`: the raw texts of the
-// `names` members, joined by spaces.
+// For each JSON line of `out` with the member `key`: the named members, joined by spaces.
 inline QStringList members(const QString &out, const QString &key, const QStringList &names)
 {
     QStringList texts;

@@ -1,7 +1,5 @@
-// The examples of the README's sorvik-cli section, run as a reader would run
-// them: each command line of a ```sh block, in order, with the built programs
-// in place of their names and this test's loopback address in place of
-// 127.0.0.1. A sorvik-sim line ending in & keeps running for the lines after it.
+// Every command line of the README's sorvik-cli section, run in order with the built programs and this test's
+// loopback address; a sorvik-sim line ending in & keeps running for the lines after it.
 
 #include "CliHarness.h"
 

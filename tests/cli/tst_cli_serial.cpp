@@ -1,5 +1,4 @@
-// sorvik-cli over a serial line: sorvik-sim on a pseudo-terminal, named by the
-// five fields of a serial connection text. Each exchange takes at least 100 ms.
+// sorvik-cli over sorvik-sim's pseudo-terminal; each exchange takes at least 100 ms.
 
 #include "CliHarness.h"
 

@@ -1,6 +1,4 @@
-// sorvik-cli against sorvik-sim over loopback UDP: what it writes comes back,
-// what the drive refuses is shown with its status, and the exit status tells
-// whether all, some or none of the tags went through.
+// sorvik-cli against sorvik-sim over loopback UDP: values, refusals, plans, polls and exit statuses.
 
 #include "CliHarness.h"
 
@@ -45,8 +43,7 @@ private slots:
         row("SA5:uint16=0xffff", "SA5:uint16", "[65535]");
         row("SA9:int8=-128,127", "SA9:int8x2", "[-128,127]");
         row("SA11:uint8=255,0", "SA11:uint8x2", "[255,0]");
-        // 64-bit integers are read most significant byte first and written
-        // least significant first: values alike in every byte come back alike.
+        // 64-bit integers go out least and come back most significant byte first: all bytes alike.
         row("LW5:int64=-1", "LW5:int64", "[-1]");
         row("LW7:uint64=72340172838076673", "LW7:uint64", "[72340172838076673]");
         row("LA1:double=2.5e-300", "LA1:double", "[2.5e-300]");
@@ -67,8 +64,7 @@ private slots:
         QCOMPARE(member(back.out, "meaning"), QStringLiteral("\"ok\""));
     }
 
-    // The drive refuses int32 outside LW: status 2 in words, exit 3 when all
-    // failed, 4 when some went through.
+    // int32 outside LW is refused with status 2; exit 3 when all failed, 4 when some did.
     void refusedTypeShowsItsStatus_data()
     {
         QTest::addColumn<QStringList>("writes");
@@ -89,8 +85,7 @@ private slots:
         QCOMPARE(run.err, QStringLiteral("sorvik-cli: %1\n").arg(says));
     }
 
-    // Adjacent floats share one request; a block the drive cannot send stays in
-    // the plan and is named as left over.
+    // Adjacent floats share one request; a block the drive cannot send is named as left over.
     void writePlanReportsWhatIsLeft()
     {
         const Run run = cli(at({"write-plan", "AO11:float=7", "AO12:float=8", "DO11:bool=1", "AO_F1:int32=5"}));

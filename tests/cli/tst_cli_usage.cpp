@@ -1,5 +1,4 @@
-// The command line of sorvik-cli: what it refuses, what it says, and what the
-// embedded simulator shows without any controller.
+// The command line of sorvik-cli: refusals, help, and the embedded simulator.
 
 #include "CliHarness.h"
 
@@ -114,8 +113,7 @@ private slots:
         QCOMPARE(cli({"--version"}).out, QStringLiteral("sorvik-cli 1.8.4\n"));
     }
 
-    // Without --connect the embedded simulator runs a live process: a counter
-    // moves from cycle to cycle, and the demo texts are there.
+    // Without --connect the embedded simulator runs a live process: a counter moves, the demo texts are there.
     void embeddedSimulatorIsLive()
     {
         const Run run = cli(embedded() + QStringList{"poll", "AI3:int32", "SI2:string", "--cycles", "2", "--interval",

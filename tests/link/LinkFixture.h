@@ -1,7 +1,6 @@
 #pragma once
 
-// A link connected over loopback UDP to a simulator, and small probes the
-// link tests share.
+// A link connected over loopback UDP to a simulator, and small probes the link tests share.
 
 #include "TestSupport.h"
 #include "link/CmdSorvik.h"
@@ -16,10 +15,9 @@ namespace LinkFixture {
 
 using TestSupport::hex;
 
-// The six frame functions, so that one table can drive several of them.
+// The six frame functions, so that one table drives several; reads append to *data, writes send it.
 enum Function { ReadBits, ReadBytes, ReadStrings, WriteBits, WriteBytes, WriteBlock };
 
-// Reads append to *data; writes send it.
 inline int call(CmdSorvik &link, int function, int area, int index, int count, QByteArray *data, const QString &tag)
 {
     switch (function) {

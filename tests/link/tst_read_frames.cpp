@@ -1,5 +1,4 @@
-// Read frames byte for byte as the simulator receives them, the unpacking of
-// replies, and the log lines of reads.
+// Read frames byte for byte as the simulator receives them, the unpacking of replies, and their log lines.
 
 #include "LinkFixture.h"
 

@@ -1,6 +1,4 @@
-// The serial transport over a pseudo-terminal served by the simulator: an
-// exchange closed by silence, the port settings and the release of the port.
-// Every serial exchange waits out the write wait, so there are few of them.
+// The serial transport over a simulator's pseudo-terminal; each exchange waits out the write wait, so few of them.
 
 #include "LinkFixture.h"
 
@@ -80,8 +78,7 @@ private slots:
         QCOMPARE(link.m_serial->baudRate(), qint32(portBaud));
     }
 
-    // Each row opens twice, as a host that reconnects; the port keeps what a text
-    // does not set. (A pseudo-terminal refuses even parity straight after none.)
+    // Opened twice, as a host reconnects: the port keeps what a text does not set (a pty refuses none -> even).
     void parityText_data()
     {
         QTest::addColumn<QString>("before");

@@ -1,5 +1,4 @@
-// The UDP transport against the simulator: the handshake, socket reuse, and
-// how datagrams that came between exchanges meet the next one.
+// The UDP transport: the handshake, socket reuse, and datagrams that came between exchanges.
 
 #include "LinkFixture.h"
 
@@ -65,8 +64,7 @@ private slots:
         QTest::newRow("empty") << QByteArrayList{QByteArray()} << QByteArray();
     }
 
-    // Nothing drains the socket before a send: the last datagram that came in
-    // since, the empty one included, replaces an earlier reply nobody took.
+    // Nothing drains the socket before a send: the last datagram since, even an empty one, is the reply.
     void pendingDatagrams()
     {
         QFETCH(QByteArrayList, datagrams);

@@ -1,5 +1,4 @@
-// Write frames byte for byte as the simulator receives them, and the log
-// lines of writes, which follow the exchange.
+// Write frames byte for byte as the simulator receives them, and their log lines, which follow the exchange.
 
 #include "LinkFixture.h"
 
@@ -15,8 +14,7 @@ QByteArray counting(int size)
     return bytes;
 }
 
-// Notes how many frames the simulator had seen when the command line of a
-// write was logged, then hands the line on to the capture.
+// Notes how many frames the simulator had seen when a write logged its command line.
 SorvikSimulator *g_sim = nullptr;
 int g_framesAtCommandLine = -1;
 QtMessageHandler g_capture = nullptr;
