@@ -48,63 +48,53 @@ private slots:
         QCOMPARE(link.DestroyFree(), 1);
     }
 
-    void gapByBaud_data()
+    // Opened twice, as a host reconnects: the port keeps what a text does not set, and the gap
+    // follows the listed rates only (a pty refuses even parity straight after none).
+    void reopen_data()
     {
-        QTest::addColumn<int>("first");
-        QTest::addColumn<int>("second"); // 0: no second opening
+        QTest::addColumn<int>("firstBaud");
+        QTest::addColumn<QString>("firstParity");
+        QTest::addColumn<int>("baud");
+        QTest::addColumn<QString>("parity");
         QTest::addColumn<int>("gapMs");
         QTest::addColumn<int>("portBaud");
-        QTest::newRow("1200 keeps 2") << 1200 << 0 << 2 << 1200;
-        QTest::newRow("2400") << 2400 << 0 << 10 << 2400;
-        QTest::newRow("4800") << 4800 << 0 << 6 << 4800;
-        QTest::newRow("9600") << 9600 << 0 << 3 << 9600;
-        QTest::newRow("115200 keeps 2") << 115200 << 0 << 2 << 115200;
-        QTest::newRow("9600 then 115200 keeps 3") << 9600 << 115200 << 3 << 115200;
-        QTest::newRow("2400 then 4800") << 2400 << 4800 << 6 << 4800;
-        QTest::newRow("unlisted rate changes nothing") << 19200 << 12345 << 2 << 19200;
+        QTest::addColumn<int>("portParity");
+        auto row = [](const char *name, int firstBaud, const char *firstParity, int baud, const char *parity, int gapMs,
+                      int portBaud, QSerialPort::Parity portParity) {
+            QTest::newRow(name) << firstBaud << QString(firstParity) << baud << QString(parity) << gapMs << portBaud
+                                << int(portParity);
+        };
+        row("1200 keeps 2", 1200, "N", 1200, "N", 2, 1200, QSerialPort::NoParity);
+        row("2400", 1200, "N", 2400, "N", 10, 2400, QSerialPort::NoParity);
+        row("4800", 1200, "N", 4800, "N", 6, 4800, QSerialPort::NoParity);
+        row("9600", 1200, "N", 9600, "N", 3, 9600, QSerialPort::NoParity);
+        row("115200 keeps 2", 115200, "N", 115200, "N", 2, 115200, QSerialPort::NoParity);
+        row("9600 then 115200 keeps 3", 9600, "N", 115200, "N", 3, 115200, QSerialPort::NoParity);
+        row("unlisted rate changes nothing", 19200, "N", 12345, "N", 2, 19200, QSerialPort::NoParity);
+        row("E", 9600, "O", 9600, "E", 3, 9600, QSerialPort::EvenParity);
+        row("e", 9600, "O", 9600, "e", 3, 9600, QSerialPort::EvenParity);
+        row("o", 9600, "N", 9600, "o", 3, 9600, QSerialPort::OddParity);
+        row("n", 9600, "O", 9600, "n", 3, 9600, QSerialPort::NoParity);
+        row("Even holds an n", 9600, "O", 9600, "Even", 3, 9600, QSerialPort::NoParity);
+        row("space holds an e", 9600, "O", 9600, "space", 3, 9600, QSerialPort::EvenParity);
+        row("mark keeps the parity", 9600, "odd", 9600, "mark", 3, 9600, QSerialPort::OddParity);
     }
 
-    void gapByBaud()
+    void reopen()
     {
-        QFETCH(int, first);
-        QFETCH(int, second);
+        QFETCH(int, firstBaud);
+        QFETCH(QString, firstParity);
+        QFETCH(int, baud);
+        QFETCH(QString, parity);
         QFETCH(int, gapMs);
         QFETCH(int, portBaud);
+        QFETCH(int, portParity);
         CmdSorvik link;
-        QCOMPARE(link.OpenSerial(m_path, first, 8, 1, "N"), 0);
-        if (second)
-            QCOMPARE(link.OpenSerial(m_path, second, 8, 1, "N"), 0);
+        QCOMPARE(link.OpenSerial(m_path, firstBaud, 8, 1, firstParity), 0);
+        QCOMPARE(link.OpenSerial(m_path, baud, 8, 1, parity), 0);
         QCOMPARE(link.m_gapMs, gapMs);
         QCOMPARE(link.m_serial->baudRate(), qint32(portBaud));
-    }
-
-    // Opened twice, as a host reconnects: the port keeps what a text does not set (a pty refuses none -> even).
-    void parityText_data()
-    {
-        QTest::addColumn<QString>("before");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("parity");
-        auto row = [](const char *name, const char *before, QSerialPort::Parity parity) {
-            QTest::newRow(name) << QString(before) << QString(name) << int(parity);
-        };
-        row("E", "O", QSerialPort::EvenParity);
-        row("e", "O", QSerialPort::EvenParity);
-        row("o", "N", QSerialPort::OddParity);
-        row("n", "O", QSerialPort::NoParity);
-        row("Even", "O", QSerialPort::NoParity);    // holds an n
-        row("space", "O", QSerialPort::EvenParity); // holds an e
-        row("mark", "odd", QSerialPort::OddParity); // keeps the parity
-    }
-
-    void parityText()
-    {
-        QFETCH(QString, before);
-        QFETCH(QString, text);
-        QFETCH(int, parity);
-        CmdSorvik link;
-        QCOMPARE(link.OpenSerial(m_path, 9600, 8, 1, before), 0);
-        QCOMPARE(link.OpenSerial(m_path, 9600, 8, 1, text), 0);
-        QCOMPARE(int(link.m_serial->parity()), parity);
+        QCOMPARE(int(link.m_serial->parity()), portParity);
         QCOMPARE(link.m_serial->flowControl(), QSerialPort::NoFlowControl);
     }
 
