@@ -8,16 +8,13 @@ using FuzzSupport::check;
 
 namespace {
 
-using Decoder = QVariant (LibSorvik::*)(QByteArray, int);
-using Encoder = int (LibSorvik::*)(CLabelVariable, int, QByteArray *);
-
 // Indexed by DataType minus 1.
-const Decoder kDecoders[] = {
+const decltype(&LibSorvik::set_variant_bool) kDecoders[] = {
     &LibSorvik::set_variant_bool,   &LibSorvik::set_variant_Int8,   &LibSorvik::set_variant_UInt8,
     &LibSorvik::set_variant_Int16,  &LibSorvik::set_variant_UInt16, &LibSorvik::set_variant_Int32,
     &LibSorvik::set_variant_UInt32, &LibSorvik::set_variant_fload,  &LibSorvik::set_variant_Int64,
     &LibSorvik::set_variant_UInt64, &LibSorvik::set_variant_double, &LibSorvik::set_variant_string};
-const Encoder kEncoders[] = {
+const decltype(&LibSorvik::Wset_variant_bool) kEncoders[] = {
     &LibSorvik::Wset_variant_bool,   &LibSorvik::Wset_variant_Int8,   &LibSorvik::Wset_variant_UInt8,
     &LibSorvik::Wset_variant_Int16,  &LibSorvik::Wset_variant_uInt16, &LibSorvik::Wset_variant_Int32,
     &LibSorvik::Wset_variant_UInt32, &LibSorvik::Wset_variant_float,  &LibSorvik::Wset_variant_Int64,
