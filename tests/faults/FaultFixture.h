@@ -1,7 +1,7 @@
 #pragma once
 
 // Shared by the fault tests: a drive as a host holds it, the faults the
-// simulator injects, and where a tag lives in the controller's memory.
+// simulator injects, and where a tag or planned block lives in its memory.
 
 #include "host/CDriveBaseClass.h"
 #include "sim/SimPresets.h"
@@ -15,8 +15,15 @@ Q_DECLARE_METATYPE(SimFaults)
 
 namespace FaultFixture {
 
-// A new drive from the library's factory. The interface has no way to free a
-// drive, so every one stays reachable to the end, as in a host.
+using namespace Induction;
+using DriveTest::listOf;
+using DriveTest::recordOf;
+using TestSupport::hex;
+
+const QString kConnect = QStringLiteral("1");
+const QString kLostLine = QStringLiteral("lib[Sorvik]返回的报文长度为0 ");
+
+// The interface has no way to free a drive, so every one stays reachable to the end, as in a host.
 inline CDriveBaseClass *newDrive()
 {
     static auto *drives = new QList<CDriveBaseClass *>;
@@ -32,58 +39,15 @@ inline CDriveBaseClass *connectedDrive(SorvikSimulator &sim, quint16 *port)
     return *port != 0 && drive->ConnectDrive(DriveTest::udpText(*port)) == 0 ? drive : nullptr;
 }
 
-inline SimFaults dropped()
+// Faults with one member set, e.g. fault(&SimFaults::silent, true).
+template <typename T> SimFaults fault(T SimFaults::*member, T value)
 {
     SimFaults faults;
-    faults.dropShare = 1.0;
-    return faults;
-}
-inline SimFaults wrongIdentity()
-{
-    SimFaults faults;
-    faults.wrongIdentityShare = 1.0;
-    return faults;
-}
-inline SimFaults cutTo(int bytes)
-{
-    SimFaults faults;
-    faults.truncateTo = bytes;
-    return faults;
-}
-inline SimFaults padded()
-{
-    SimFaults faults;
-    faults.padReplies = true;
-    return faults;
-}
-inline SimFaults overlong()
-{
-    SimFaults faults;
-    faults.overlongReplies = true;
-    return faults;
-}
-inline SimFaults emptyDatagramFirst()
-{
-    SimFaults faults;
-    faults.emptyDatagramFirst = true;
-    return faults;
-}
-inline SimFaults silent()
-{
-    SimFaults faults;
-    faults.silent = true;
-    return faults;
-}
-inline SimFaults late(int delayMs)
-{
-    SimFaults faults;
-    faults.delayMs = delayMs;
+    faults.*member = value;
     return faults;
 }
 
-// Where a tag's first element lies on the wire, as the simulator's own
-// preset parser places it: one byte per point on bit areas, the element
-// index times the area's factor elsewhere.
+// Where a tag's first element lies on the wire, as the simulator's preset parser places it.
 struct Place {
     int area = 0;
     int address = -1;
@@ -95,6 +59,22 @@ inline Place placeOf(const QString &tag)
     if (!SimPresets::parse(tag + QStringLiteral("=uint8:0"), &preset, nullptr))
         return {};
     return {preset.area, preset.address};
+}
+
+template <typename Group> Place placeOf(const Group &group)
+{
+    return placeOf(group.areaText + group.start.toString());
+}
+
+// A planned block's data as it goes on the wire: one byte a point for bits.
+inline QByteArray wireBytes(const QVariant &data)
+{
+    QByteArray bytes;
+    for (char byte : SorvikValues::listFrom<char>(data))
+        bytes.append(byte);
+    for (bool point : SorvikValues::listFrom<bool>(data))
+        bytes.append(point ? '\1' : '\0');
+    return bytes;
 }
 
 } // namespace FaultFixture

@@ -8,15 +8,7 @@
 
 #include <limits>
 
-using namespace Induction;
 using namespace FaultFixture;
-using DriveTest::listOf;
-
-namespace {
-
-const QString kConnect = QStringLiteral("1");
-
-} // namespace
 
 class TestFaultGuards : public QObject
 {
@@ -27,107 +19,89 @@ class TestFaultGuards : public QObject
     CDriveBaseClass *m_drive = nullptr;
 
 private slots:
-    void initTestCase();
-    void init();
-    void releasedLinkRefusesUntilReconnected();
-    void negativePausesAreNone_data();
-    void negativePausesAreNone();
-    void valueListsShorterThanTheirCount();
-    void divisionOfReadValuesByZero();
+    void initTestCase()
+    {
+        m_drive = connectedDrive(m_sim, &m_port);
+        QVERIFY(m_drive);
+    }
+    void init() { DriveTest::reset(m_sim); }
+
+    // After DestroyFree there is no transport: every road answers "link not
+    // open", plans stay, and a new ConnectDrive picks everything up again.
+    void releasedLinkRefusesUntilReconnected()
+    {
+        const QList<SReadInfo> reads =
+            m_drive->InductiveDrive_Read(kConnect, QList<SReadInfo>{{"AI1", TYPE_INT32}}).first();
+        const QList<SWriteInfo> writes =
+            m_drive->InductiveDrive_Write(kConnect, {{"AO1", TYPE_FLOAT, listOf<float>({2.5f})}}).first();
+        QCOMPARE(m_drive->DestroyFree(), 0);
+        QCOMPARE(m_drive->DisConnectDrive(), -1);
+        QCOMPARE(m_drive->DisConnectDrive(), -1);
+        QCOMPARE(m_drive->DestroyFree(), 1);
+
+        QCOMPARE(m_drive->ReadVariable(QStringLiteral("AI1"), TYPE_INT32).status, 9);
+        QCOMPARE(m_drive->WriteVariable(QStringLiteral("LW1"), TYPE_INT32, recordOf(listOf<int>({1}))).status, 9);
+        QCOMPARE(m_drive->BlockReading(kConnect, reads).first().status, 9);
+        QCOMPARE(m_drive->BlockWriting(kConnect, writes).first().status, 9);
+        QCOMPARE(m_sim.frameCount(), 0);
+
+        QCOMPARE(m_drive->ConnectDrive(DriveTest::udpText(m_port)), 0);
+        QCOMPARE(m_drive->BlockReading(kConnect, reads).first().status, 0);
+        QCOMPARE(m_drive->BlockWriting(kConnect, writes).first().status, 0);
+        QCOMPARE(m_sim.memory(10, 0, 4), hex("00002040"));
+    }
+
+    void negativePausesAreNone_data()
+    {
+        QTest::addColumn<int>("interval");
+        QTest::newRow("-1") << -1;
+        QTest::newRow("smallest int") << std::numeric_limits<int>::min();
+    }
+
+    // A negative pause would turn into a wait of days if taken as unsigned.
+    void negativePausesAreNone()
+    {
+        QFETCH(int, interval);
+        QElapsedTimer clock;
+        clock.start();
+        const QMap<SReadInfo, CLabelVariable> read =
+            m_drive->PointReading(kConnect, {{"AI1", TYPE_INT32}, {"AI2", TYPE_INT32}}, interval);
+        const QMap<SWriteInfo, CLabelVariable> written = m_drive->PointWriting(
+            kConnect, {{"LW1", TYPE_INT32, listOf<int>({1})}, {"LW2", TYPE_INT32, listOf<int>({2})}}, interval);
+        QVERIFY2(clock.elapsed() < 3000, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(read.size(), 2);
+        QCOMPARE(read.first().status, 0);
+        QCOMPARE(written.size(), 2);
+        QCOMPARE(written.last().status, 0);
+        QCOMPARE(m_sim.frameCount(), 4);
+    }
+
+    // Fewer elements than the count asks for would leave the end of the frame
+    // undefined: refused as a length on every road, nothing sent.
+    void valueListsShorterThanTheirCount()
+    {
+        const SWriteInfo empty{"LW1", TYPE_INT32, listOf<int>({})};
+        QCOMPARE(m_drive->WriteVariable(QStringLiteral("LW1"), TYPE_INT32, recordOf(listOf<int>({1, 2})), 3).status, 4);
+        QCOMPARE(m_drive->WriteVariable(QStringLiteral("LW1"), TYPE_INT32, recordOf(empty.value)).status, 4);
+        QCOMPARE(m_drive->PointWriting(kConnect, empty).status, 4);
+        QVERIFY(m_drive->InductiveDrive_Write(kConnect, {empty}).isEmpty());
+        QCOMPARE(m_drive->GetCannotInductiveDrive_Write(kConnect), QList<SWriteInfo>{empty});
+        QCOMPARE(m_sim.frameCount(), 0);
+    }
+
+    // Values a host reads and then divides: a zero divisor gives 0 for
+    // integers and NaN or an infinity for floats, never a trap.
+    void divisionOfReadValuesByZero()
+    {
+        QVERIFY(m_sim.presetTag(QStringLiteral("LW1=int32:-2147483648,7,-1,0")));
+        const CLabelVariable dividends = m_drive->ReadVariable(QStringLiteral("LW1"), TYPE_INT32, 2);
+        const CLabelVariable divisors = m_drive->ReadVariable(QStringLiteral("LW3"), TYPE_INT32, 2);
+        // The smallest int divided by -1 wraps around to itself.
+        QCOMPARE(SorvikValues::listFrom<int>((dividends / divisors).value), QList<int>({-2147483647 - 1, 0}));
+        const CLabelVariable floats = m_drive->ReadVariable(QStringLiteral("AO1"), TYPE_FLOAT, 1);
+        QVERIFY(qIsNaN(SorvikValues::listFrom<float>((floats / floats).value).value(0)));
+    }
 };
-
-void TestFaultGuards::initTestCase()
-{
-    m_drive = connectedDrive(m_sim, &m_port);
-    QVERIFY(m_drive);
-}
-
-void TestFaultGuards::init()
-{
-    m_sim.clearMemory();
-    m_sim.clearFrames();
-}
-
-// After DestroyFree there is no transport: every road answers "link not
-// open", plans stay, and a new ConnectDrive picks everything up again.
-void TestFaultGuards::releasedLinkRefusesUntilReconnected()
-{
-    const QList<QList<SReadInfo>> reads = m_drive->InductiveDrive_Read(kConnect, QList<SReadInfo>{{"AI1", TYPE_INT32}});
-    const QList<QList<SWriteInfo>> writes =
-        m_drive->InductiveDrive_Write(kConnect, {{"AO1", TYPE_FLOAT, listOf<float>({2.5f})}});
-    QCOMPARE(m_drive->DestroyFree(), 0);
-    QCOMPARE(m_drive->DisConnectDrive(), -1);
-    QCOMPARE(m_drive->DisConnectDrive(), -1);
-    QCOMPARE(m_drive->DestroyFree(), 1);
-
-    CLabelVariable label;
-    label.value = listOf<int>({1});
-    QCOMPARE(m_drive->ReadVariable(QStringLiteral("AI1"), TYPE_INT32).status, 9);
-    QCOMPARE(m_drive->WriteVariable(QStringLiteral("LW1"), TYPE_INT32, label).status, 9);
-    QCOMPARE(m_drive->BlockReading(kConnect, reads.first()).first().status, 9);
-    QCOMPARE(m_drive->BlockWriting(kConnect, writes.first()).first().status, 9);
-    QCOMPARE(m_sim.frameCount(), 0);
-
-    QCOMPARE(m_drive->ConnectDrive(DriveTest::udpText(m_port)), 0);
-    QCOMPARE(m_drive->BlockReading(kConnect, reads.first()).first().status, 0);
-    QCOMPARE(m_drive->BlockWriting(kConnect, writes.first()).first().status, 0);
-    QCOMPARE(m_sim.memory(10, 0, 4), TestSupport::hex("00002040"));
-}
-
-void TestFaultGuards::negativePausesAreNone_data()
-{
-    QTest::addColumn<int>("interval");
-    QTest::newRow("-1") << -1;
-    QTest::newRow("smallest int") << std::numeric_limits<int>::min();
-}
-
-// A negative pause would turn into a wait of days if taken as unsigned.
-void TestFaultGuards::negativePausesAreNone()
-{
-    QFETCH(int, interval);
-    QElapsedTimer clock;
-    clock.start();
-    const QMap<SReadInfo, CLabelVariable> read =
-        m_drive->PointReading(kConnect, {{"AI1", TYPE_INT32}, {"AI2", TYPE_INT32}}, interval);
-    const QMap<SWriteInfo, CLabelVariable> written = m_drive->PointWriting(
-        kConnect, {{"LW1", TYPE_INT32, listOf<int>({1})}, {"LW2", TYPE_INT32, listOf<int>({2})}}, interval);
-    QVERIFY2(clock.elapsed() < 3000, qPrintable(QString::number(clock.elapsed())));
-    QCOMPARE(read.size(), 2);
-    QCOMPARE(read.first().status, 0);
-    QCOMPARE(written.size(), 2);
-    QCOMPARE(written.last().status, 0);
-    QCOMPARE(m_sim.frameCount(), 4);
-}
-
-// A list with fewer elements than the count asks for would leave the end of
-// the frame undefined: refused as a length on every road, nothing sent.
-void TestFaultGuards::valueListsShorterThanTheirCount()
-{
-    CLabelVariable label;
-    label.value = listOf<int>({1, 2});
-    QCOMPARE(m_drive->WriteVariable(QStringLiteral("LW1"), TYPE_INT32, label, 3).status, 4);
-    label.value = listOf<int>({});
-    QCOMPARE(m_drive->WriteVariable(QStringLiteral("LW1"), TYPE_INT32, label).status, 4);
-    QCOMPARE(m_drive->PointWriting(kConnect, SWriteInfo{"LW1", TYPE_INT32, listOf<int>({})}).status, 4);
-
-    const SWriteInfo empty{"LW1", TYPE_INT32, listOf<int>({})};
-    QVERIFY(m_drive->InductiveDrive_Write(kConnect, {empty}).isEmpty());
-    QCOMPARE(m_drive->GetCannotInductiveDrive_Write(kConnect), QList<SWriteInfo>{empty});
-    QCOMPARE(m_sim.frameCount(), 0);
-}
-
-// Values a host reads and then divides: a zero divisor gives 0 for integers
-// and an infinity for floats, never a trap.
-void TestFaultGuards::divisionOfReadValuesByZero()
-{
-    QVERIFY(m_sim.presetTag(QStringLiteral("LW1=int32:-2147483648,7,-1,0")));
-    const CLabelVariable dividends = m_drive->ReadVariable(QStringLiteral("LW1"), TYPE_INT32, 2);
-    const CLabelVariable divisors = m_drive->ReadVariable(QStringLiteral("LW3"), TYPE_INT32, 2);
-    // The smallest int divided by -1 wraps around to itself.
-    QCOMPARE(SorvikValues::listFrom<int>((dividends / divisors).value), QList<int>({-2147483647 - 1, 0}));
-    const CLabelVariable floats = m_drive->ReadVariable(QStringLiteral("AO1"), TYPE_FLOAT, 1);
-    QVERIFY(qIsNaN(SorvikValues::listFrom<float>((floats / floats).value).value(0)));
-}
 
 QTEST_GUILESS_MAIN(TestFaultGuards)
 #include "tst_fault_guards.moc"
