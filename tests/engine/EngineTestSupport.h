@@ -1,10 +1,12 @@
 #pragma once
 
-// Helpers of the engine tests: write entries, value lists and their bytes.
+// Helpers of the engine tests: write entries, value lists, and stand-ins for
+// the one-tag paths behind the engine's two callbacks.
 
 #include "engine/CInductiveDrive.h"
 #include "host/ValueLists.h"
 
+#include <QElapsedTimer>
 #include <QStringList>
 
 namespace EngineTest {
@@ -52,5 +54,59 @@ inline bool sameValue(const QVariant &a, const QVariant &b)
         });
     return listed ? equal : a == b;
 }
+
+// Stands in for the one-tag read path: logs every call as "tag type count"
+// with its connection and time, and lets `answer` make the reply.
+struct ReadPath {
+    QStringList calls;
+    QStringList connects;
+    QList<qint64> times; // ms since install
+    QElapsedTimer clock;
+    std::function<CLabelVariable(const QString &tag, DataType type, int count)> answer;
+
+    void install(CInductiveDrive &engine)
+    {
+        clock.start();
+        engine.m_readCallback = [this](const QString &connectPar, const QString &tag, DataType type, int count) {
+            calls << QStringLiteral("%1 %2 %3").arg(tag).arg(type).arg(count);
+            connects << connectPar;
+            times << clock.elapsed();
+            return answer ? answer(tag, type, count) : CLabelVariable();
+        };
+    }
+};
+
+// Stands in for the one-tag write path: answers status 0 with the time, or
+// the status set for the tag text; a count below 1 is refused with 4.
+struct WritePath {
+    struct Call {
+        QString connectPar;
+        QString tag;
+        int type;
+        QVariant value;
+        int count;
+    };
+    QList<Call> calls;
+    QHash<QString, int> statusOfTag;
+
+    void install(CInductiveDrive &engine)
+    {
+        engine.m_writeCallback = [this](const QString &connectPar, const QString &tag, DataType type, QVariant value,
+                                        int count) {
+            calls.append({connectPar, tag, type, value, count});
+            CLabelVariable record;
+            record.tag = tag;
+            record.dataType = type;
+            record.length = count;
+            record.value = value;
+            record.statusAux = 0;
+            record.auxWord = 77;
+            record.status = count < 1 ? 4 : statusOfTag.value(tag, 0);
+            if (record.status == 0)
+                record.time = QDateTime::currentDateTime();
+            return record;
+        };
+    }
+};
 
 } // namespace EngineTest
