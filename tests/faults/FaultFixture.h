@@ -39,6 +39,13 @@ inline CDriveBaseClass *connectedDrive(SorvikSimulator &sim, quint16 *port)
     return *port != 0 && drive->ConnectDrive(DriveTest::udpText(*port)) == 0 ? drive : nullptr;
 }
 
+// A read of one Int32 tag as its status and value (0 when none), for one comparison.
+inline QPair<int, int> readInt(CDriveBaseClass *drive, const QString &tag)
+{
+    const CLabelVariable record = drive->ReadVariable(tag, TYPE_INT32);
+    return {record.status, SorvikValues::listFrom<int>(record.value).value(0)};
+}
+
 // Faults with one member set, e.g. fault(&SimFaults::silent, true).
 template <typename T> SimFaults fault(T SimFaults::*member, T value)
 {

@@ -14,7 +14,7 @@ class TestFaultSerial : public QObject
     SorvikSimulator m_sim;
     CDriveBaseClass *m_drive = nullptr;
 
-    CLabelVariable readLw(int number) { return m_drive->ReadVariable(QStringLiteral("LW%1").arg(number), TYPE_INT32); }
+    QPair<int, int> readLw(int number) { return readInt(m_drive, QStringLiteral("LW%1").arg(number)); }
     int writeLw2(int value)
     {
         return m_drive->WriteVariable(QStringLiteral("LW2"), TYPE_INT32, recordOf(listOf<int>({value}))).status;
@@ -41,16 +41,14 @@ private slots:
     void silentOrForeignAndBack()
     {
         m_sim.setFaults(fault(&SimFaults::silent, true));
-        QCOMPARE(readLw(1).status, 8);
+        QCOMPARE(readLw(1).first, 8);
         QCOMPARE(writeLw2(33), 8);
         m_sim.setFaults(fault(&SimFaults::wrongIdentityShare, 1.0));
-        QCOMPARE(readLw(1).status, 8);
+        QCOMPARE(readLw(1).first, 8);
         QCOMPARE(writeLw2(33), 0); // any reply counts
 
         m_sim.setFaults(SimFaults());
-        const CLabelVariable back = readLw(2);
-        QCOMPARE(back.status, 0);
-        COMPARE_VALUE(TYPE_INT32, back.value, listOf<int>({33}));
+        QCOMPARE(readLw(2), qMakePair(0, 33));
         QCOMPARE(m_sim.frameCount(), 5);
     }
 
@@ -58,16 +56,12 @@ private slots:
     void lateReplyAnswersTheNextRequest()
     {
         m_sim.setFaults(fault(&SimFaults::delayMs, 600)); // past the ~450 ms that a serial request waits
-        QCOMPARE(readLw(1).status, 8);
+        QCOMPARE(readLw(1).first, 8);
         m_sim.setFaults(fault(&SimFaults::silent, true));
-        const CLabelVariable shifted = readLw(2);
-        QCOMPARE(shifted.status, 0);
-        COMPARE_VALUE(TYPE_INT32, shifted.value, listOf<int>({11}));
+        QCOMPARE(readLw(2), qMakePair(0, 11));
 
         m_sim.setFaults(SimFaults());
-        const CLabelVariable paired = readLw(2);
-        QCOMPARE(paired.status, 0);
-        COMPARE_VALUE(TYPE_INT32, paired.value, listOf<int>({22}));
+        QCOMPARE(readLw(2), qMakePair(0, 22));
     }
 
     // Nothing reconnects by itself: requests fail while the terminal is gone,
@@ -75,11 +69,9 @@ private slots:
     void terminalVanishesAndReconnect()
     {
         m_sim.stop();
-        QCOMPARE(readLw(1).status, 8);
+        QCOMPARE(readLw(1).first, 8);
         QVERIFY(connectToPty());
-        const CLabelVariable back = readLw(1);
-        QCOMPARE(back.status, 0);
-        COMPARE_VALUE(TYPE_INT32, back.value, listOf<int>({11}));
+        QCOMPARE(readLw(1), qMakePair(0, 11));
     }
 };
 
