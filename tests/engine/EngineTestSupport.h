@@ -21,6 +21,35 @@ template <typename T> QVariant values(std::initializer_list<T> list)
     return SorvikValues::toVariant(QList<T>(list));
 }
 
+// Entries from "tag/type:e,e tag/type:e ...": the elements make the value list of
+// the type; bools are 1 and 0, strings are taken as they stand.
+inline QList<Induction::SWriteInfo> entries(const QString &text)
+{
+    QList<Induction::SWriteInfo> infos;
+    for (const QString &item : text.split(' ', Qt::SkipEmptyParts)) {
+        const int type = item.section('/', 1).section(':', 0, 0).toInt();
+        const QStringList elements = item.section(':', 1).split(',', Qt::SkipEmptyParts);
+        QVariant value;
+        SorvikValues::visitElementType(type, [&](auto element) {
+            using T = typename decltype(element)::type;
+            QList<T> list;
+            for (const QString &e : elements) {
+                if constexpr (std::is_same<T, QString>::value)
+                    list << e;
+                else if constexpr (std::is_floating_point<T>::value)
+                    list << T(e.toDouble());
+                else if constexpr (std::is_signed<T>::value)
+                    list << T(e.toLongLong());
+                else
+                    list << T(e.toULongLong());
+            }
+            value = SorvikValues::toVariant(list);
+        });
+        infos << entry(item.section('/', 0, 0), type, value);
+    }
+    return infos;
+}
+
 inline QByteArray bytesOf(const QVariant &data)
 {
     QByteArray bytes;

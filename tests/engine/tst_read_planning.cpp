@@ -57,11 +57,6 @@ QStringList plan(CInductiveDrive &engine, const QString &tags, const QString &co
     return blocks;
 }
 
-SReadItem_manual item(const QString &tag, int dataType, int offset)
-{
-    return {tag, dataType, offset};
-}
-
 } // namespace
 
 class TestReadPlanning : public QObject
@@ -69,223 +64,174 @@ class TestReadPlanning : public QObject
     Q_OBJECT
 
 private slots:
-    void plans_data();
-    void plans();
-    void limitsActFromTheNextPlanning();
-    void refusedTagsAreListedInOrderWithRepetitions();
-    void emptyListCreatesNothing();
-    void laterPlanningAddsAndOverwrites();
-    void manualBlocks();
-    void manualBlocksShareThePlan();
-    void queriesGiveCopiesAndRemovalsAreLocal();
-    void planningIsFast();
+    void plans_data()
+    {
+        QTest::addColumn<QString>("tags");
+        QTest::addColumn<int>("pointLimit");
+        QTest::addColumn<int>("byteLimit");
+        QTest::addColumn<QStringList>("blocks");
+        auto row = [](const char *name, const QString &tags, const QStringList &blocks, int points = 1280,
+                      int bytes = 160) { QTest::newRow(name) << tags << points << bytes << blocks; };
+        row("worked word plan", "AI1/6 AI3/8 AI3/4 AI60/11",
+            {"AI 1 12 1: AI1/6@0:4 AI3/4@2:4 AI3/8@2:4", "AI 60 8 1: AI60/11@0:4"});
+        row("worked bit plan", "DI1285/1 DI7/4 DI5/6 DI1284/1",
+            {"DI 5 1280 2: DI1284/1@1279:1 DI5/6@0:1 DI7/4@2:1", "DI 1285 1 2: DI1285/1@0:1"});
+        row("points fill the limit", "DI1/1 DI1280/1", {"DI 1 1280 2: DI1/1@0:1 DI1280/1@1279:1"});
+        row("one point beyond", "DI1/1 DI1281/1", {"DI 1 1 2: DI1/1@0:1", "DI 1281 1 2: DI1281/1@0:1"});
+        row("bytes fill the limit", "AI1/6 AI40/6", {"AI 1 160 1: AI1/6@0:4 AI40/6@39:4"});
+        row("four bytes beyond", "AI1/6 AI41/6", {"AI 1 4 1: AI1/6@0:4", "AI 41 4 1: AI41/6@0:4"});
+        row("largest reach, not the last", "AI2/4 AI1/11", {"AI 1 8 1: AI1/11@0:4 AI2/4@1:4"});
+        row("wider tag first at one address", "AI1/4 AI1/11", {"AI 1 8 1: AI1/11@0:4", "AI 1 2 1: AI1/4@0:4"}, 1280, 0);
+        row("SA width 2", "SA1/4 SA2/8", {"SA 1 6 1: SA1/4@0:2 SA2/8@1:2"});
+        row("odd length raised", "SA1/4 SA3/1", {"SA 1 6 1: SA1/4@0:2 SA3/1@32:2"});
+        row("odd length may pass the limit", "AI1/6 AI2/2", {"AI 1 6 1: AI1/6@0:4 AI2/2@1:4"}, 1280, 5);
+        row("one bool in AI", "AI1/1", {"AI 1 2 1: AI1/1@0:4"});
+        row("one point", "NDO9/6", {"NDO 9 1 2: NDO9/6@0:1"});
+        row("bool in a word block counts bits", "AI3/6 AI5/1", {"AI 3 10 1: AI3/6@0:4 AI5/1@64:4"});
+        row("strings above the limit stay whole", "SI1/12 SI2/12",
+            {"SI 1 256 1: SI1/12@0:256", "SI 2 256 1: SI2/12@0:256"});
+        row("lone string outside SI", "AI4/12", {"AI 4 -1 1: AI4/12@0:4"});
+        row("byte limit 0", "AI1/6 AI2/6", {"AI 1 4 1: AI1/6@0:4", "AI 2 4 1: AI2/6@0:4"}, 0, 0);
+        row("point limit 0", "DI1/1 DI2/1", {"DI 1 1 2: DI1/1@0:1", "DI 2 1 2: DI2/1@0:1"}, 0, 0);
+        row("key in text order", "AI9/6 AI10/6", {"AI 9 8 1: AI10/6@1:4 AI9/6@0:4"});
+        row("start without zeros", "AI005/6", {"AI 5 4 1: AI005/6@0:4"});
+        row("duplicates fall together", "AI5/6 AI5/6", {"AI 5 4 1: AI5/6@0:4"});
+        row("lower case has no width", "ai2/6 ai1/6", {"ai 1 8 1: ai1/6@0:0 ai2/6@1:0"});
+        row("spelling of the last key wins", "AI1/6 ai2/6", {"ai 1 8 1: AI1/6@0:0 ai2/6@1:0"});
+        row("SO is planned", "SO1/12", {"SO 1 256 1: SO1/12@0:256"});
+        row("result by area, then start", "AI41/6 AI1/6 DI1/1 XY1/1 AI_F2/8",
+            {"DI 1 1 2: DI1/1@0:1", "AI 1 4 1: AI1/6@0:4", "AI 41 4 1: AI41/6@0:4", "AI_F 2 4 1: AI_F2/8@0:4"});
+    }
+    void plans()
+    {
+        QFETCH(QString, tags);
+        QFETCH(int, pointLimit);
+        QFETCH(int, byteLimit);
+        QFETCH(QStringList, blocks);
+        CInductiveDrive engine;
+        engine.SetInductionParam(Induction::INDUCTION_READ, Induction::INDUCTION_POINT_LIMIT, pointLimit);
+        engine.SetInductionParam(Induction::INDUCTION_READ, Induction::INDUCTION_BYTE_LIMIT, byteLimit);
+        QCOMPARE(plan(engine, tags), blocks);
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), blocks.size());
+    }
+
+    // Planning adds to what is there; a changed limit acts from the next planning on.
+    void laterPlanningAddsAndOverwrites()
+    {
+        CInductiveDrive engine;
+        QVERIFY(engine.InductiveDrive_Read(kConnect, QList<SReadInfo>()).isEmpty());
+        QVERIFY(engine.InductiveDrive_Read(kConnect, QList<SReadInfo_manual>()).isEmpty());
+        QVERIFY(engine.m_readPlans.isEmpty() && engine.m_cannotRead.isEmpty());
+
+        QCOMPARE(plan(engine, "AI1/6 AI3/8"), QStringList{"AI 1 12 1: AI1/6@0:4 AI3/8@2:4"});
+        plan(engine, "DI1/1");
+        plan(engine, "DI1/1", "other");
+        engine.SetInductionParam(Induction::INDUCTION_WRITE, Induction::INDUCTION_BYTE_LIMIT, 4);
+        QCOMPARE(plan(engine, "AI11/6 AI13/6").size(), 1); // the write limits are not the read limits
+        QCOMPARE(engine.GetInductiveDrive_Read("other").size(), 1);
+
+        // The same key again replaces its block, here with a narrower spelling.
+        engine.SetInductionParam(Induction::INDUCTION_READ, Induction::INDUCTION_BYTE_LIMIT, 4);
+        QCOMPARE(plan(engine, "AI1/6 AI3/8"), (QStringList{"AI 1 4 1: AI1/6@0:4", "AI 3 4 1: AI3/8@0:4"}));
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect, {{"AI1", 6}, {"AI3", 8}}).length, 12);
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect, {{"AI11", 6}, {"AI13", 6}}).length, 12);
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 5);
+    }
+
+    void refusedTagsAreListedInOrderWithRepetitions()
+    {
+        CInductiveDrive engine;
+        QVERIFY(plan(engine, "XY1/1 DI0/1 AI5[20]/12 XY1/1").isEmpty());
+        QVERIFY(!engine.m_readPlans.contains(kConnect));
+        QCOMPARE(plan(engine, "AI5.3/6 AI1/6 Di5/1"), QStringList{"AI 1 4 1: AI1/6@0:4"});
+        const QList<SReadInfo> refused{{"XY1", 1}, {"DI0", 1}, {"AI5[20]", 12}, {"XY1", 1}, {"AI5.3", 6}, {"Di5", 1}};
+        QCOMPARE(engine.GetCannotInductiveDrive_Read(kConnect), refused);
+        QVERIFY(engine.GetCannotInductiveDrive_Read("other").isEmpty());
+        engine.DelCannotInductiveDrive_Read(kConnect);
+        QVERIFY(engine.GetCannotInductiveDrive_Read(kConnect).isEmpty());
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 1);
+    }
+
+    // A manual block is taken as laid out; a start that fits no pattern gives
+    // kind 0, a later item at one tag replaces the earlier.
+    void manualBlocks()
+    {
+        CInductiveDrive engine;
+        const QList<SReadInfo_manual> blocks{{"AI5", 16, {{"AI5", 6, 0}, {"AI8", 8, 3}}},
+                                             {"XY1", 4, {{"XY1", 6, 0}}},
+                                             {"di5", 3, {{"DI7", 1, 2}, {"AI1", 6, 9}, {"DI7", 1, 5}}},
+                                             {"SA2", 0, {}}};
+        const QList<QList<SReadInfo>> keys = engine.InductiveDrive_Read(kConnect, blocks);
+        QStringList described;
+        for (const QList<SReadInfo> &key : keys)
+            described << describe(engine.GetInductiveDrive_Read(kConnect, key));
+        QCOMPARE(described, (QStringList{"AI 5 16 1: AI5/6@0:4 AI8/8@3:4", " -1 4 0: XY1/6@0:0",
+                                         "di 5 3 2: AI1/6@9:1 DI7/1@5:1", "SA 2 0 1: "}));
+        QVERIFY(keys.last().isEmpty());
+        QVERIFY(engine.m_cannotRead.isEmpty());
+    }
+
+    void manualBlocksShareThePlan()
+    {
+        CInductiveDrive engine;
+        plan(engine, "AI1/6 AI3/8");
+        const QList<SReadInfo_manual> blocks{{"AI1", 8, {{"AI1", 6, 0}, {"AI3", 8, 1}}},
+                                             {"AI1", 14, {{"AI3", 8, 2}, {"AI1", 6, 0}}}};
+        const QList<SReadInfo> key{{"AI1", 6}, {"AI3", 8}};
+        QCOMPARE(engine.InductiveDrive_Read(kConnect, blocks), (QList<QList<SReadInfo>>{key, key}));
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 1);
+        QCOMPARE(describe(engine.GetInductiveDrive_Read(kConnect, key)),
+                 QStringLiteral("AI 1 14 1: AI1/6@0:4 AI3/8@2:4"));
+    }
+
+    void queriesGiveCopiesAndRemovalsAreLocal()
+    {
+        CInductiveDrive engine;
+        plan(engine, "AI1/6 DI1/1 XY1/1");
+        plan(engine, "AI1/6", "other");
+        const QList<SReadInfo> ai{{"AI1", 6}}, di{{"DI1", 1}};
+        CInductiveDrive::ReadPlan copy = engine.GetInductiveDrive_Read(kConnect);
+        copy[ai].length = 99;
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect, ai).length, 4);
+
+        const SReadGroup blank = engine.GetInductiveDrive_Read(kConnect, {{"AI2", 6}});
+        QVERIFY(blank.areaText.isEmpty() && !blank.start.isValid() && blank.length == 0 && blank.kind == 0 &&
+                blank.tags.isEmpty());
+        QVERIFY(!engine.GetInductiveDrive_Read("nobody", ai).start.isValid());
+        QVERIFY(engine.GetInductiveDrive_Read("nobody").isEmpty());
+
+        engine.DelInductiveDrive_Read(kConnect, {{"AI2", 6}});
+        engine.DelInductiveDrive_Read("nobody", ai);
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 2);
+        engine.DelInductiveDrive_Read(kConnect, ai);
+        engine.DelInductiveDrive_Read(kConnect, ai);
+        QCOMPARE(engine.GetInductiveDrive_Read(kConnect).keys(), QList<QList<SReadInfo>>{di});
+        engine.DelInductiveDrive_Read(kConnect);
+        engine.DelInductiveDrive_Read(kConnect);
+        QVERIFY(engine.GetInductiveDrive_Read(kConnect).isEmpty());
+        QCOMPARE(engine.GetCannotInductiveDrive_Read(kConnect).size(), 1);
+        QCOMPARE(engine.GetInductiveDrive_Read("other").size(), 1);
+        // What is left plans on as if the removed blocks had never been.
+        QCOMPARE(plan(engine, "DI1/1").size(), 1);
+    }
+
+    // A long list must plan in close to linear time; the bound is loose.
+    void planningIsFast()
+    {
+        QList<SReadInfo> infos;
+        const char *areas[] = {"AI", "DI", "NAI", "LW", "NDO", "SA", "ai", "XY"};
+        for (int i = 0; i < 100000; ++i)
+            infos.append(
+                {QStringLiteral("%1%2").arg(QLatin1String(areas[i % 8])).arg(1 + (i * 7919) % 32767), 1 + i % 11});
+        CInductiveDrive engine;
+        QElapsedTimer timer;
+        timer.start();
+        engine.InductiveDrive_Read(kConnect, infos);
+        const qint64 elapsed = timer.elapsed();
+        QCOMPARE(engine.GetCannotInductiveDrive_Read(kConnect).size(), 12500);
+        QVERIFY2(elapsed < 3000, qPrintable(QStringLiteral("%1 ms").arg(elapsed)));
+    }
 };
-
-void TestReadPlanning::plans_data()
-{
-    QTest::addColumn<QString>("tags");
-    QTest::addColumn<int>("pointLimit");
-    QTest::addColumn<int>("byteLimit");
-    QTest::addColumn<QStringList>("blocks");
-
-    QTest::newRow("worked word plan") << "AI1/6 AI3/8 AI3/4 AI60/11" << 1280 << 160
-                                      << QStringList{"AI 1 12 1: AI1/6@0:4 AI3/4@2:4 AI3/8@2:4",
-                                                     "AI 60 8 1: AI60/11@0:4"};
-    QTest::newRow("worked bit plan") << "DI1285/1 DI7/4 DI5/6 DI1284/1" << 1280 << 160
-                                     << QStringList{"DI 5 1280 2: DI1284/1@1279:1 DI5/6@0:1 DI7/4@2:1",
-                                                    "DI 1285 1 2: DI1285/1@0:1"};
-    QTest::newRow("points fill the limit")
-        << "DI1/1 DI1280/1" << 1280 << 160 << QStringList{"DI 1 1280 2: DI1/1@0:1 DI1280/1@1279:1"};
-    QTest::newRow("one point beyond") << "DI1/1 DI1281/1" << 1280 << 160
-                                      << QStringList{"DI 1 1 2: DI1/1@0:1", "DI 1281 1 2: DI1281/1@0:1"};
-    QTest::newRow("bytes fill the limit")
-        << "AI1/6 AI40/6" << 1280 << 160 << QStringList{"AI 1 160 1: AI1/6@0:4 AI40/6@39:4"};
-    QTest::newRow("four bytes beyond") << "AI1/6 AI41/6" << 1280 << 160
-                                       << QStringList{"AI 1 4 1: AI1/6@0:4", "AI 41 4 1: AI41/6@0:4"};
-    QTest::newRow("largest reach, not the last")
-        << "AI2/4 AI1/11" << 1280 << 160 << QStringList{"AI 1 8 1: AI1/11@0:4 AI2/4@1:4"};
-    QTest::newRow("wider tag first at one address")
-        << "AI1/4 AI1/11" << 1280 << 0 << QStringList{"AI 1 8 1: AI1/11@0:4", "AI 1 2 1: AI1/4@0:4"};
-    QTest::newRow("SA width 2") << "SA1/4 SA2/8" << 1280 << 160 << QStringList{"SA 1 6 1: SA1/4@0:2 SA2/8@1:2"};
-    QTest::newRow("odd length raised") << "SA1/4 SA3/1" << 1280 << 160 << QStringList{"SA 1 6 1: SA1/4@0:2 SA3/1@32:2"};
-    QTest::newRow("odd length may pass the limit")
-        << "AI1/6 AI2/2" << 1280 << 5 << QStringList{"AI 1 6 1: AI1/6@0:4 AI2/2@1:4"};
-    QTest::newRow("one bool in AI") << "AI1/1" << 1280 << 160 << QStringList{"AI 1 2 1: AI1/1@0:4"};
-    QTest::newRow("one int in AI") << "AI1/6" << 1280 << 160 << QStringList{"AI 1 4 1: AI1/6@0:4"};
-    QTest::newRow("one point") << "NDO9/6" << 1280 << 160 << QStringList{"NDO 9 1 2: NDO9/6@0:1"};
-    QTest::newRow("bool in a word block counts bits")
-        << "AI3/6 AI5/1" << 1280 << 160 << QStringList{"AI 3 10 1: AI3/6@0:4 AI5/1@64:4"};
-    QTest::newRow("strings above the limit stay whole")
-        << "SI1/12 SI2/12" << 1280 << 160 << QStringList{"SI 1 256 1: SI1/12@0:256", "SI 2 256 1: SI2/12@0:256"};
-    QTest::newRow("lone string outside SI") << "AI4/12" << 1280 << 160 << QStringList{"AI 4 -1 1: AI4/12@0:4"};
-    QTest::newRow("byte limit 0") << "AI1/6 AI2/6" << 0 << 0
-                                  << QStringList{"AI 1 4 1: AI1/6@0:4", "AI 2 4 1: AI2/6@0:4"};
-    QTest::newRow("point limit 0") << "DI1/1 DI2/1" << 0 << 0
-                                   << QStringList{"DI 1 1 2: DI1/1@0:1", "DI 2 1 2: DI2/1@0:1"};
-    QTest::newRow("key in text order") << "AI9/6 AI10/6" << 1280 << 160
-                                       << QStringList{"AI 9 8 1: AI10/6@1:4 AI9/6@0:4"};
-    QTest::newRow("start without zeros") << "AI005/6" << 1280 << 160 << QStringList{"AI 5 4 1: AI005/6@0:4"};
-    QTest::newRow("duplicates fall together") << "AI5/6 AI5/6" << 1280 << 160 << QStringList{"AI 5 4 1: AI5/6@0:4"};
-    QTest::newRow("lower case has no width")
-        << "ai2/6 ai1/6" << 1280 << 160 << QStringList{"ai 1 8 1: ai1/6@0:0 ai2/6@1:0"};
-    QTest::newRow("spelling of the last key wins")
-        << "AI1/6 ai2/6" << 1280 << 160 << QStringList{"ai 1 8 1: AI1/6@0:0 ai2/6@1:0"};
-    QTest::newRow("SO is planned") << "SO1/12" << 1280 << 160 << QStringList{"SO 1 256 1: SO1/12@0:256"};
-    QTest::newRow("result by area, then start") << "AI41/6 AI1/6 DI1/1 XY1/1 AI_F2/8" << 1280 << 160
-                                                << QStringList{"DI 1 1 2: DI1/1@0:1", "AI 1 4 1: AI1/6@0:4",
-                                                               "AI 41 4 1: AI41/6@0:4", "AI_F 2 4 1: AI_F2/8@0:4"};
-}
-
-void TestReadPlanning::plans()
-{
-    QFETCH(QString, tags);
-    QFETCH(int, pointLimit);
-    QFETCH(int, byteLimit);
-    QFETCH(QStringList, blocks);
-    CInductiveDrive engine;
-    engine.SetInductionParam(Induction::INDUCTION_READ, Induction::INDUCTION_POINT_LIMIT, pointLimit);
-    engine.SetInductionParam(Induction::INDUCTION_READ, Induction::INDUCTION_BYTE_LIMIT, byteLimit);
-    QCOMPARE(plan(engine, tags), blocks);
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), blocks.size());
-}
-
-void TestReadPlanning::limitsActFromTheNextPlanning()
-{
-    CInductiveDrive engine;
-    QCOMPARE(plan(engine, "AI1/6 AI3/6"), QStringList{"AI 1 12 1: AI1/6@0:4 AI3/6@2:4"});
-    engine.SetInductionParam(Induction::INDUCTION_READ, Induction::INDUCTION_BYTE_LIMIT, 8);
-    QCOMPARE(plan(engine, "AI11/6 AI13/6"), (QStringList{"AI 11 4 1: AI11/6@0:4", "AI 13 4 1: AI13/6@0:4"}));
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect, {{"AI1", 6}, {"AI3", 6}}).length, 12);
-    // The write limits are not the read limits.
-    engine.SetInductionParam(Induction::INDUCTION_WRITE, Induction::INDUCTION_BYTE_LIMIT, 1000);
-    QCOMPARE(plan(engine, "AI21/6 AI23/6").size(), 2);
-}
-
-void TestReadPlanning::refusedTagsAreListedInOrderWithRepetitions()
-{
-    CInductiveDrive engine;
-    QVERIFY(plan(engine, "XY1/1 DI0/1 AI5[20]/12 XY1/1").isEmpty());
-    QVERIFY(!engine.m_readPlans.contains(kConnect));
-    QCOMPARE(plan(engine, "AI5.3/6 AI1/6 Di5/1"), QStringList{"AI 1 4 1: AI1/6@0:4"});
-    const QList<SReadInfo> refused{{"XY1", 1}, {"DI0", 1}, {"AI5[20]", 12}, {"XY1", 1}, {"AI5.3", 6}, {"Di5", 1}};
-    QCOMPARE(engine.GetCannotInductiveDrive_Read(kConnect), refused);
-    QVERIFY(engine.GetCannotInductiveDrive_Read("other").isEmpty());
-
-    engine.DelCannotInductiveDrive_Read(kConnect);
-    QVERIFY(engine.GetCannotInductiveDrive_Read(kConnect).isEmpty());
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 1);
-}
-
-void TestReadPlanning::emptyListCreatesNothing()
-{
-    CInductiveDrive engine;
-    QVERIFY(engine.InductiveDrive_Read(kConnect, QList<SReadInfo>()).isEmpty());
-    QVERIFY(engine.InductiveDrive_Read(kConnect, QList<SReadInfo_manual>()).isEmpty());
-    QVERIFY(engine.m_readPlans.isEmpty());
-    QVERIFY(engine.m_cannotRead.isEmpty());
-}
-
-void TestReadPlanning::laterPlanningAddsAndOverwrites()
-{
-    CInductiveDrive engine;
-    plan(engine, "AI1/6 AI3/8");
-    plan(engine, "DI1/1");
-    plan(engine, "DI1/1", "other");
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 2);
-    QCOMPARE(engine.GetInductiveDrive_Read("other").size(), 1);
-
-    // The same key again replaces its block, here with a narrower spelling.
-    engine.SetInductionParam(Induction::INDUCTION_READ, Induction::INDUCTION_BYTE_LIMIT, 4);
-    QCOMPARE(plan(engine, "AI1/6 AI3/8"), (QStringList{"AI 1 4 1: AI1/6@0:4", "AI 3 4 1: AI3/8@0:4"}));
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect, {{"AI1", 6}, {"AI3", 8}}).length, 12);
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 4);
-}
-
-void TestReadPlanning::manualBlocks()
-{
-    CInductiveDrive engine;
-    const QList<SReadInfo_manual> blocks{
-        {"AI5", 16, {item("AI5", 6, 0), item("AI8", 8, 3)}},
-        {"XY1", 4, {item("XY1", 6, 0)}},                                       // no pattern
-        {"di5", 3, {item("DI7", 1, 2), item("AI1", 6, 9), item("DI7", 1, 5)}}, // later item replaces
-        {"SA2", 0, {}},                                                        // no items
-    };
-    const QList<QList<SReadInfo>> keys = engine.InductiveDrive_Read(kConnect, blocks);
-    QCOMPARE(keys.size(), 4);
-    QStringList described;
-    for (const QList<SReadInfo> &key : keys)
-        described << describe(engine.GetInductiveDrive_Read(kConnect, key));
-    QCOMPARE(described, (QStringList{"AI 5 16 1: AI5/6@0:4 AI8/8@3:4", " -1 4 0: XY1/6@0:0",
-                                     "di 5 3 2: AI1/6@9:1 DI7/1@5:1", "SA 2 0 1: "}));
-    QVERIFY(keys.last().isEmpty());
-    QVERIFY(engine.m_cannotRead.isEmpty());
-}
-
-void TestReadPlanning::manualBlocksShareThePlan()
-{
-    CInductiveDrive engine;
-    plan(engine, "AI1/6 AI3/8");
-    const QList<SReadInfo_manual> blocks{{"AI1", 8, {item("AI1", 6, 0), item("AI3", 8, 1)}},
-                                         {"AI1", 14, {item("AI3", 8, 2), item("AI1", 6, 0)}}};
-    const QList<QList<SReadInfo>> keys = engine.InductiveDrive_Read(kConnect, blocks);
-    const QList<SReadInfo> key{{"AI1", 6}, {"AI3", 8}};
-    QCOMPARE(keys, (QList<QList<SReadInfo>>{key, key}));
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 1);
-    QCOMPARE(describe(engine.GetInductiveDrive_Read(kConnect, key)), QStringLiteral("AI 1 14 1: AI1/6@0:4 AI3/8@2:4"));
-}
-
-void TestReadPlanning::queriesGiveCopiesAndRemovalsAreLocal()
-{
-    CInductiveDrive engine;
-    plan(engine, "AI1/6 DI1/1 XY1/1");
-    plan(engine, "AI1/6", "other");
-    const QList<SReadInfo> ai{{"AI1", 6}}, di{{"DI1", 1}};
-
-    CInductiveDrive::ReadPlan copy = engine.GetInductiveDrive_Read(kConnect);
-    copy[ai].length = 99;
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect, ai).length, 4);
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect, ai).start, QVariant(QStringLiteral("1")));
-
-    const SReadGroup blank = engine.GetInductiveDrive_Read(kConnect, {{"AI2", 6}});
-    QVERIFY(blank.areaText.isEmpty() && !blank.start.isValid() && blank.length == 0 && blank.kind == 0 &&
-            blank.tags.isEmpty());
-    QVERIFY(!engine.GetInductiveDrive_Read("nobody", ai).start.isValid());
-    QVERIFY(engine.GetInductiveDrive_Read("nobody").isEmpty());
-
-    engine.DelInductiveDrive_Read(kConnect, {{"AI2", 6}});
-    engine.DelInductiveDrive_Read("nobody", ai);
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 2);
-    engine.DelInductiveDrive_Read(kConnect, ai);
-    engine.DelInductiveDrive_Read(kConnect, ai);
-    QCOMPARE(engine.GetInductiveDrive_Read(kConnect).keys(), QList<QList<SReadInfo>>{di});
-    QCOMPARE(engine.GetInductiveDrive_Read("other").size(), 1);
-
-    engine.DelInductiveDrive_Read(kConnect);
-    engine.DelInductiveDrive_Read(kConnect);
-    QVERIFY(engine.GetInductiveDrive_Read(kConnect).isEmpty());
-    QCOMPARE(engine.GetCannotInductiveDrive_Read(kConnect).size(), 1);
-    QCOMPARE(engine.GetInductiveDrive_Read("other").size(), 1);
-    // What is left plans on as if the removed blocks had never been.
-    QCOMPARE(plan(engine, "DI1/1").size(), 1);
-}
-
-// Planning runs once per list, but a list may be long: it must stay close to
-// linear. The bound is loose; the aim is well below a quarter second.
-void TestReadPlanning::planningIsFast()
-{
-    QList<SReadInfo> infos;
-    const char *areas[] = {"AI", "DI", "NAI", "LW", "NDO", "SA", "ai", "XY"};
-    for (int i = 0; i < 100000; ++i)
-        infos.append({QStringLiteral("%1%2").arg(QLatin1String(areas[i % 8])).arg(1 + (i * 7919) % 32767), 1 + i % 11});
-    CInductiveDrive engine;
-    QElapsedTimer timer;
-    timer.start();
-    const QList<QList<SReadInfo>> keys = engine.InductiveDrive_Read(kConnect, infos);
-    const qint64 elapsed = timer.elapsed();
-    qInfo("planned %d tags into %d blocks in %lld ms", infos.size(), keys.size(), elapsed);
-    QCOMPARE(engine.GetCannotInductiveDrive_Read(kConnect).size(), 12500);
-    QVERIFY2(elapsed < 3000, qPrintable(QStringLiteral("%1 ms").arg(elapsed)));
-}
 
 QTEST_APPLESS_MAIN(TestReadPlanning)
 #include "tst_read_planning.moc"
