@@ -8,8 +8,17 @@
 
 #include <QElapsedTimer>
 #include <QStringList>
+#include <QtTest>
 
 namespace EngineTest {
+
+// A table of one text column whose rows are named by their text: "input... expected...".
+inline void textRows(std::initializer_list<const char *> rows)
+{
+    QTest::addColumn<QString>("row");
+    for (const char *row : rows)
+        QTest::newRow(row) << QString::fromUtf8(row);
+}
 
 inline Induction::SWriteInfo entry(const QString &tag, int dataType, const QVariant &value)
 {
@@ -19,6 +28,15 @@ inline Induction::SWriteInfo entry(const QString &tag, int dataType, const QVari
 template <typename T> QVariant values(std::initializer_list<T> list)
 {
     return SorvikValues::toVariant(QList<T>(list));
+}
+
+// Read tags from "tag/type tag/type ...".
+inline QList<Induction::SReadInfo> readInfos(const QString &text)
+{
+    QList<Induction::SReadInfo> infos;
+    for (const QString &item : text.split(' ', Qt::SkipEmptyParts))
+        infos.append({item.section('/', 0, 0), item.section('/', 1).toInt()});
+    return infos;
 }
 
 // Entries from "tag/type:e,e tag/type:e ...": the elements make the value list of

@@ -3,6 +3,8 @@
 
 #include "engine/CInductiveDrive.h"
 
+#include "EngineTestSupport.h"
+
 #include <QtTest>
 
 class TestAnalysis : public QObject
@@ -10,37 +12,36 @@ class TestAnalysis : public QObject
     Q_OBJECT
 
 private slots:
+    // tag type: area areaText number length
     void analyseTag_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<int>("dataType");
-        QTest::addColumn<QString>("address"); // area areaText number length
-        QTest::newRow("DI1") << "DI1" << 1 << "1 DI 1 1";
-        QTest::newRow("leading zeros") << "DI00001" << 6 << "1 DI 1 4";
-        QTest::newRow("largest, lower case") << "di32767" << 11 << "1 di 32767 8";
-        QTest::newRow("longer prefix wins") << "DI_F5" << 4 << "2 DI_F 5 2";
-        QTest::newRow("SO") << "SO7" << 8 << "26 SO 7 4";
-        QTest::newRow("string has no length") << "SI5" << 12 << "25 SI 5 0";
-        QTest::newRow("no element") << "AI5" << 41 << "7 AI 5 1";
-        QTest::newRow("type 0") << "AI5" << 0 << "7 AI 5 -1";
-        QTest::newRow("unknown type") << "AI5" << 42 << "7 AI 5 -1";
-        QTest::newRow("negative type") << "AI5" << -3 << "7 AI 5 -1";
-        // Refused texts: every field blank, whatever the type.
-        for (const char *tag :
-             {"DI0", "DI00000", "DI32768", "DI000001", "Di5",  "dI5",  "AI5.3",   "SD100[20]", "AI5[20]", "XY1",
-              "",    "DI",      "1DI",     " DI1",     "DI1 ", "DI_1", "Custom1", "AI-5",      "ＡＩ5",   "AI١"})
-            QTest::newRow(qPrintable(QStringLiteral("refused '%1'").arg(QString::fromUtf8(tag))))
-                << QString::fromUtf8(tag) << 6 << "0  -1 0";
+        EngineTest::textRows({"DI1 1 1 DI 1 1", "DI00001 6 1 DI 1 4", "di32767 11 1 di 32767 8", "DI_F5 4 2 DI_F 5 2",
+                              "SO7 8 26 SO 7 4", "SI5 12 25 SI 5 0", "AI5 41 7 AI 5 1", "AI5 0 7 AI 5 -1",
+                              "AI5 42 7 AI 5 -1", "AI5 -3 7 AI 5 -1"});
     }
     void analyseTag()
     {
-        QFETCH(QString, tag);
-        QFETCH(int, dataType);
-        QFETCH(QString, address);
-        const STagAddress a = CInductiveDrive().analyseTag(tag, dataType);
-        QCOMPARE(QStringLiteral("%1 %2 %3 %4").arg(a.area).arg(a.areaText).arg(a.number).arg(a.length), address);
+        QFETCH(QString, row);
+        const QStringList f = row.split(' ');
+        const STagAddress a = CInductiveDrive().analyseTag(f[0], f[1].toInt());
+        QCOMPARE(QStringLiteral("%1 %2 %3 %4").arg(a.area).arg(a.areaText).arg(a.number).arg(a.length),
+                 f.mid(2).join(' '));
         QCOMPARE(a.bit, -1);
-        QCOMPARE(a.isBlank(), a.area == 0);
+        QVERIFY(!a.isBlank());
+    }
+
+    void refusedTextsGiveTheBlankRecord()
+    {
+        CInductiveDrive engine;
+        for (const char *tag :
+             {"DI0", "DI00000", "DI32768", "DI000001", "Di5",  "dI5",  "AI5.3",   "SD100[20]", "AI5[20]", "XY1",
+              "",    "DI",      "1DI",     " DI1",     "DI1 ", "DI_1", "Custom1", "AI-5",      "ＡＩ5",   "AI١"})
+            for (int type : {1, 6, 12, 42}) {
+                const STagAddress a = engine.analyseTag(QString::fromUtf8(tag), type);
+                const QString fields =
+                    QStringLiteral("%1 %2 %3 %4 %5").arg(a.area).arg(a.areaText).arg(a.number).arg(a.bit).arg(a.length);
+                QVERIFY2(fields == "0  -1 -1 0" && a.isBlank(), tag);
+            }
     }
 
     void everyAreaInBothSpellings_data()
@@ -103,91 +104,55 @@ private slots:
             }
     }
 
+    // tag type size
     void tagSize_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<int>("dataType");
-        QTest::addColumn<int>("size");
-        QTest::newRow("SI string") << "SI5" << 12 << 256;
-        QTest::newRow("SO string") << "SO5" << 12 << 256;
-        QTest::newRow("SI without number") << "SIGNAL" << 12 << 256;
-        QTest::newRow("lower-case si") << "si5" << 12 << -1;
-        QTest::newRow("string outside SI") << "AI5" << 12 << -1;
-        QTest::newRow("suffix") << "AI5[20]" << 12 << 20;
-        QTest::newRow("suffix wins over SI") << "SI5[3]" << 12 << 3;
-        QTest::newRow("first suffix") << "AI5[7][9]" << 12 << 7;
-        QTest::newRow("zero suffix") << "AI5[0]" << 12 << 0;
-        QTest::newRow("suffix beyond 32 bits") << "AI5[99999999999]" << 12 << -1;
-        QTest::newRow("empty suffix") << "SO5[]" << 12 << 256;
-        QTest::newRow("type 0") << "AI5" << 0 << -1;
-        QTest::newRow("type 41") << "AI5" << 41 << 1;
-        QTest::newRow("type 42") << "AI5" << 42 << -1;
-        QTest::newRow("bool, any text") << "XY" << 1 << 1;
-        QTest::newRow("int16 form") << "AI5" << 14 << 2;
-        QTest::newRow("uint32 form") << "AI5" << 24 << 4;
-        QTest::newRow("double form") << "AI5" << 40 << 8;
+        EngineTest::textRows({"SI5 12 256", "SO5 12 256", "SIGNAL 12 256", "si5 12 -1", "AI5 12 -1", "AI5[20] 12 20",
+                              "SI5[3] 12 3", "AI5[7][9] 12 7", "AI5[0] 12 0", "SO5[] 12 256", "AI5[99999999999] 12 -1",
+                              "AI5 0 -1", "AI5 41 1", "AI5 42 -1", "XY 1 1", "AI5 14 2", "AI5 24 4", "AI5 40 8"});
     }
     void tagSize()
     {
-        QFETCH(QString, tag);
-        QFETCH(int, dataType);
-        QFETCH(int, size);
+        QFETCH(QString, row);
+        const QStringList f = row.split(' ');
         CInductiveDrive engine;
-        QCOMPARE(engine.tagSize(Induction::SReadInfo{tag, dataType}), size);
-        QCOMPARE(engine.tagSize(Induction::SWriteInfo{tag, dataType, QVariant()}), size);
+        QCOMPARE(engine.tagSize(Induction::SReadInfo{f[0], f[1].toInt()}), f[2].toInt());
+        QCOMPARE(engine.tagSize(Induction::SWriteInfo{f[0], f[1].toInt(), QVariant()}), f[2].toInt());
     }
 
+    // tag start type offset; a bool in a word area counts bits
     void tagOffset_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<int>("start");
-        QTest::addColumn<int>("dataType");
-        QTest::addColumn<int>("offset");
-        QTest::newRow("bool in word area counts bits") << "AI9" << 5 << 1 << 128;
-        QTest::newRow("int in word area") << "AI9" << 5 << 6 << 4;
-        QTest::newRow("bool in bit area") << "DI9" << 5 << 1 << 4;
-        QTest::newRow("bool in SA") << "SA3" << 1 << 1 << 32;
-        QTest::newRow("bool in lower-case word area") << "ai9" << 5 << 1 << 128;
-        QTest::newRow("bool without area") << "XY9" << 5 << 1 << 0;
-        QTest::newRow("before the start") << "AI3" << 5 << 6 << -2;
-        QTest::newRow("refused, not bool") << "XY9" << 5 << 6 << -6;
-        QTest::newRow("far start saturates") << "SI32767" << -2147483647 << 1 << 2147483647;
+        EngineTest::textRows({"AI9 5 1 128", "AI9 5 6 4", "DI9 5 1 4", "SA3 1 1 32", "ai9 5 1 128", "XY9 5 1 0",
+                              "AI3 5 6 -2", "XY9 5 6 -6", "SI32767 -2147483647 1 2147483647"});
     }
     void tagOffset()
     {
-        QFETCH(QString, tag);
-        QFETCH(int, start);
-        QFETCH(int, dataType);
-        QFETCH(int, offset);
-        QCOMPARE(CInductiveDrive().tagOffset(tag, start, dataType), offset);
+        QFETCH(QString, row);
+        const QStringList f = row.split(' ');
+        QCOMPARE(CInductiveDrive().tagOffset(f[0], f[1].toInt(), f[2].toInt()), f[3].toInt());
     }
 
+    // fun type value: read points, read bytes, write points, write bytes
     void setInductionParam_data()
     {
-        QTest::addColumn<int>("fun");
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("value");
-        QTest::addColumn<QList<int>>("limits"); // read points, read bytes, write points, write bytes
-        QTest::newRow("read bytes") << 1 << 1 << 40 << QList<int>{1280, 40, 1280, 160};
-        QTest::newRow("read points") << 1 << 2 << 8 << QList<int>{8, 160, 1280, 160};
-        QTest::newRow("write bytes") << 2 << 1 << 0 << QList<int>{1280, 160, 1280, 0};
-        QTest::newRow("write points") << 2 << 2 << 99999 << QList<int>{1280, 160, 99999, 160};
-        QTest::newRow("negative stored as 0") << 1 << 1 << -5 << QList<int>{1280, 0, 1280, 160};
-        QTest::newRow("unknown type") << 1 << 3 << 7 << QList<int>{1280, 160, 1280, 160};
-        QTest::newRow("unknown fun") << 0 << 1 << 7 << QList<int>{1280, 160, 1280, 160};
+        EngineTest::textRows({"1 1 40: 1280 40 1280 160", "1 2 8: 8 160 1280 160", "2 1 0: 1280 160 1280 0",
+                              "2 2 99999: 1280 160 99999 160", "1 1 -5: 1280 0 1280 160", "1 3 7: 1280 160 1280 160",
+                              "0 1 7: 1280 160 1280 160"});
     }
     void setInductionParam()
     {
-        QFETCH(int, fun);
-        QFETCH(int, type);
-        QFETCH(int, value);
-        QFETCH(QList<int>, limits);
+        QFETCH(QString, row);
+        const QStringList f = row.section(':', 0, 0).split(' ');
         CInductiveDrive engine;
-        engine.SetInductionParam(static_cast<Induction::EInductionFun>(fun),
-                                 static_cast<Induction::EInductionType>(type), value);
-        QCOMPARE((QList<int>{engine.m_readPointLimit, engine.m_readByteLimit, engine.m_writePointLimit,
-                             engine.m_writeByteLimit}),
-                 limits);
+        engine.SetInductionParam(static_cast<Induction::EInductionFun>(f[0].toInt()),
+                                 static_cast<Induction::EInductionType>(f[1].toInt()), f[2].toInt());
+        QCOMPARE(QStringLiteral(" %1 %2 %3 %4")
+                     .arg(engine.m_readPointLimit)
+                     .arg(engine.m_readByteLimit)
+                     .arg(engine.m_writePointLimit)
+                     .arg(engine.m_writeByteLimit),
+                 row.section(':', 1));
     }
 };
 

@@ -16,12 +16,11 @@ namespace {
 
 const QString kConnect = QStringLiteral("10.0.0.9:6000");
 
-// Memory of one area behind a read path; `available` elements come back, -1 for all.
+// Memory of one area behind a read path.
 struct Device : EngineTest::ReadPath {
     QByteArray bytes;
     QList<bool> points;
-    int status = 0; // anything but 0 answers without a value and a time
-    int available = -1;
+    int status = 0;       // anything but 0 answers without a value and a time
     QVariant forcedValue; // a value of the wrong type, if set
     const QDateTime time = QDateTime(QDate(2024, 3, 1), QTime(12, 0, 5));
 
@@ -43,13 +42,13 @@ struct Device : EngineTest::ReadPath {
         if (status != 0)
             return reply;
         reply.time = time;
-        const int n = available < 0 ? count : qMin(count, available);
+        const int n = qMin(count, bytes.size());
         if (forcedValue.isValid())
             reply.value = forcedValue;
         else if (type == TYPE_BOOL)
-            reply.value = QVariant::fromValue(points.mid(0, n));
+            reply.value = QVariant::fromValue(points.mid(0, count));
         else
-            reply.value = QVariant::fromValue(QList<char>(bytes.begin(), bytes.begin() + qMin(n, bytes.size())));
+            reply.value = QVariant::fromValue(QList<char>(bytes.begin(), bytes.begin() + n));
         return reply;
     }
 };
@@ -75,9 +74,9 @@ QStringList rendered(const QMap<SReadInfo, CLabelVariable> &records)
     return out;
 }
 
-QList<SReadInfo> planOne(CInductiveDrive &engine, const QList<SReadInfo> &infos)
+QList<SReadInfo> planOne(CInductiveDrive &engine, const QString &tags)
 {
-    const QList<QList<SReadInfo>> keys = engine.InductiveDrive_Read(kConnect, infos);
+    const QList<QList<SReadInfo>> keys = engine.InductiveDrive_Read(kConnect, EngineTest::readInfos(tags));
     return keys.size() == 1 ? keys.first() : QList<SReadInfo>();
 }
 
@@ -102,7 +101,7 @@ private slots:
         ElementBytes::append<qint32>(device.bytes, -123456);
         device.bytes.append("\x01\x02\x03\x04", 4);
         ElementBytes::append<float>(device.bytes, 2.5f);
-        const QList<SReadInfo> key = planOne(engine, {{"AI3", 8}, {"AI1", 6}, {"AI3", 4}});
+        const QList<SReadInfo> key = planOne(engine, "AI3/8 AI1/6 AI3/4");
 
         const QMap<SReadInfo, CLabelVariable> records = engine.BlockReading(kConnect, key);
         QCOMPARE(device.calls, QStringList{"AI1 2 12"});
@@ -123,78 +122,63 @@ private slots:
         QCOMPARE(device.calls.size(), 2);
     }
 
+    // tags: read
     void blockTagText_data()
     {
-        QTest::addColumn<QList<SReadInfo>>("tags");
-        QTest::addColumn<QString>("read");
-        QTest::newRow("leading zeros dropped") << QList<SReadInfo>{{"AI005", 6}} << "AI5 2 4";
-        QTest::newRow("lower case kept") << QList<SReadInfo>{{"ai7", 8}, {"ai9", 6}} << "ai7 2 12";
-        QTest::newRow("bit block") << QList<SReadInfo>{{"NDI40", 1}, {"NDI32", 6}} << "NDI32 1 9";
-        QTest::newRow("string") << QList<SReadInfo>{{"SI1", 12}} << "SI1 2 256";
+        EngineTest::textRows(
+            {"AI005/6: AI5 2 4", "ai7/8 ai9/6: ai7 2 12", "NDI40/1 NDI32/6: NDI32 1 9", "SI1/12: SI1 2 256"});
     }
     void blockTagText()
     {
-        QFETCH(QList<SReadInfo>, tags);
-        QFETCH(QString, read);
+        QFETCH(QString, row);
         CInductiveDrive engine;
         Device device(engine);
-        engine.BlockReading(kConnect, planOne(engine, tags));
-        QCOMPARE(device.calls, QStringList{read});
+        engine.BlockReading(kConnect, planOne(engine, row.section(": ", 0, 0)));
+        QCOMPARE(device.calls, QStringList{row.section(": ", 1)});
     }
 
+    // tag/type@offset, bytes of the reply, value: one tag in a manual byte block of AI
     void elements_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<int>("dataType");
-        QTest::addColumn<int>("offset");
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QString>("value");
-        auto row = [](const char *name, const QString &tag, int type, int offset, const QByteArray &hex,
-                      const QString &value) {
-            QTest::newRow(name) << tag << type << offset << QByteArray::fromHex(hex) << value;
-        };
-        row("bool bit 0", "AI1", 1, 0, "01", "QList<bool>:true");
-        row("bool bit 9", "AI1", 1, 9, "fd02", "QList<bool>:true");
-        row("bool bit 8 clear", "AI1", 1, 8, "fffe", "QList<bool>:false");
-        row("int8", "AI1", 2, 0, "ff", "QList<char>:-1");
-        row("uint8 stays char", "AI1", 3, 0, "ff", "QList<char>:-1");
-        row("int16", "AI1", 4, 0, "feff", "QList<short>:-2");
-        row("int16 form 14", "AI1", 14, 0, "0201", "QList<short>:258");
-        row("uint16", "AI1", 5, 0, "feff", "QList<ushort>:65534");
-        row("uint16 form 16", "AI1", 16, 0, "feff", "QList<ushort>:65534");
-        row("int32 at offset 1", "AI1", 6, 1, "0000000078563412", "QList<int>:305419896");
-        row("int32 form 20", "AI1", 20, 0, "ffffffff", "QList<int>:-1");
-        row("uint32", "AI1", 7, 0, "feffffff", "QList<uint>:4294967294");
-        row("uint32 form 22", "AI1", 22, 0, "01000000", "QList<uint>:1");
-        row("float", "AI1", 8, 0, "0000c03f", "QList<float>:1.5");
-        row("float form 36", "AI1", 36, 0, "000020c0", "QList<float>:-2.5");
-        row("int64", "AI1", 9, 0, "0100000000000080", "QList<qlonglong>:-9223372036854775807");
-        row("int64 form 27", "AI1", 27, 0, "0200000000000000", "QList<qlonglong>:2");
-        row("uint64", "AI1", 10, 0, "ffffffffffffffff", "QList<qulonglong>:18446744073709551615");
-        row("uint64 form 30", "AI1", 30, 0, "0300000000000000", "QList<qulonglong>:3");
-        row("double", "AI1", 11, 0, "000000000000f83f", "QList<double>:1.5");
-        row("double form 39", "AI1", 39, 0, "00000000000000c0", "QList<double>:-2");
-        row("string to zero", "AI1[5]", 12, 0, "6162006364", "QList<QString>:ab");
-        row("string fills size", "AI1[3]", 12, 0, "616263646566", "QList<QString>:abc");
-        row("string UTF-8", "AI1[4]", 12, 0, "c3a9", "QList<QString>:é");
-        row("string at offset 1", "SI1", 12, 1, "6162636478797a", "QList<QString>:xyz");
-        row("no element", "AI1", 41, 0, "ff", "invalid");
+        EngineTest::textRows({"AI1/1@9 fd02 QList<bool>:true",
+                              "AI1/1@8 fffe QList<bool>:false",
+                              "AI1/2@0 ff QList<char>:-1",
+                              "AI1/3@0 ff QList<char>:-1",
+                              "AI1/4@0 feff QList<short>:-2",
+                              "AI1/14@0 0201 QList<short>:258",
+                              "AI1/5@0 feff QList<ushort>:65534",
+                              "AI1/16@0 feff QList<ushort>:65534",
+                              "AI1/6@1 0000000078563412 QList<int>:305419896",
+                              "AI1/20@0 ffffffff QList<int>:-1",
+                              "AI1/7@0 feffffff QList<uint>:4294967294",
+                              "AI1/22@0 01000000 QList<uint>:1",
+                              "AI1/8@0 0000c03f QList<float>:1.5",
+                              "AI1/36@0 000020c0 QList<float>:-2.5",
+                              "AI1/9@0 0100000000000080 QList<qlonglong>:-9223372036854775807",
+                              "AI1/27@0 0200000000000000 QList<qlonglong>:2",
+                              "AI1/10@0 ffffffffffffffff QList<qulonglong>:18446744073709551615",
+                              "AI1/30@0 0300000000000000 QList<qulonglong>:3",
+                              "AI1/11@0 000000000000f83f QList<double>:1.5",
+                              "AI1/39@0 00000000000000c0 QList<double>:-2",
+                              "AI1[5]/12@0 6162006364 QList<QString>:ab",
+                              "AI1[3]/12@0 616263646566 QList<QString>:abc",
+                              "AI1[4]/12@0 c3a9 QList<QString>:é",
+                              "SI1/12@1 6162636478797a QList<QString>:xyz",
+                              "AI1/41@0 ff invalid"});
     }
-    // One tag in a manual byte block of AI, placed at `offset`.
     void elements()
     {
-        QFETCH(QString, tag);
-        QFETCH(int, dataType);
-        QFETCH(int, offset);
-        QFETCH(QByteArray, bytes);
-        QFETCH(QString, value);
+        QFETCH(QString, row);
+        const QStringList f = row.split(' ');
+        const int dataType = f[0].section('/', 1).section('@', 0, 0).toInt();
         CInductiveDrive engine;
         Device device(engine);
-        device.bytes = bytes;
+        device.bytes = QByteArray::fromHex(f[1].toLatin1());
+        const SReadItem_manual item{f[0].section('/', 0, 0), dataType, f[0].section('@', 1).toInt()};
         const QMap<SReadInfo, CLabelVariable> records =
-            engine.BlockReading(kConnect, manualOne(engine, "AI1", 16, {{tag, dataType, offset}}));
+            engine.BlockReading(kConnect, manualOne(engine, "AI1", 16, {item}));
         QCOMPARE(records.size(), 1);
-        QCOMPARE(render(records.first().value), value);
+        QCOMPARE(render(records.first().value), f[2]);
         QCOMPARE(records.first().dataType, dataType);
     }
 
@@ -204,7 +188,7 @@ private slots:
         Device device(engine);
         device.points = {true, false, true};
         const QMap<SReadInfo, CLabelVariable> records =
-            engine.BlockReading(kConnect, planOne(engine, {{"DI5", 4}, {"DI6", 1}, {"DI7", 12}}));
+            engine.BlockReading(kConnect, planOne(engine, "DI5/4 DI6/1 DI7/12"));
         QCOMPARE(device.calls, QStringList{"DI5 1 3"});
         QCOMPARE(rendered(records),
                  (QStringList{"DI5/4=QList<bool>:true", "DI6/1=QList<bool>:false", "DI7/12=QList<bool>:true"}));
@@ -212,56 +196,34 @@ private slots:
         QCOMPARE(records.last().length, 1);
     }
 
-    void failedBlocks()
+    // A failed byte block still gives every tag of known size, zero, with the
+    // failing status; a failed bit block gives nothing. So does a value of the wrong type.
+    void failedOrWrongReplies()
     {
         CInductiveDrive engine;
         Device device(engine);
         device.status = 8;
-        const QList<SReadInfo> wordKey =
-            planOne(engine, {{"AI1", 6}, {"AI2", 1}, {"AI3", 41}, {"AI4", 0}, {"AI5", 12}});
-        const QList<SReadInfo> bitsKey = planOne(engine, {{"DI1", 1}, {"DI2", 6}});
-
-        // A failed byte block still gives every tag of known size, with the failing status.
-        const QMap<SReadInfo, CLabelVariable> records = engine.BlockReading(kConnect, wordKey);
+        const QMap<SReadInfo, CLabelVariable> records =
+            engine.BlockReading(kConnect, planOne(engine, "AI1/6 AI2/1 AI3/41 AI4/0 AI5/12"));
         QCOMPARE(rendered(records), (QStringList{"AI1/6=QList<int>:0", "AI2/1=QList<bool>:false", "AI3/41=invalid"}));
         for (const CLabelVariable &record : records)
             QVERIFY(record.status == 8 && record.time.isNull());
-        QCOMPARE(rendered(engine.BlockReading(kConnect, planOne(engine, {{"SI1", 12}}))),
+        QCOMPARE(rendered(engine.BlockReading(kConnect, planOne(engine, "SI1/12"))),
                  QStringList{"SI1/12=QList<QString>:"});
+        QVERIFY(engine.BlockReading(kConnect, planOne(engine, "DI1/1 DI2/6")).isEmpty());
 
-        // A failed bit block shows as missing entries; the next read is not touched by it.
-        device.status = 9;
-        QVERIFY(engine.BlockReading(kConnect, bitsKey).isEmpty());
         device.status = 0;
-        device.points = {true, true};
-        QCOMPARE(engine.BlockReading(kConnect, bitsKey).size(), 2);
-    }
-
-    // What is missing of a short reply reads as zero; a value of the wrong type as nothing.
-    void shortOrWrongReplies()
-    {
-        CInductiveDrive engine;
-        Device device(engine);
-        device.bytes = QByteArray::fromHex("01000000000000000102");
-        QCOMPARE(rendered(engine.BlockReading(kConnect, planOne(engine, {{"AI1", 6}, {"AI3", 6}}))),
-                 (QStringList{"AI1/6=QList<int>:1", "AI3/6=QList<int>:513"}));
-        device.available = 2;
-        device.points = {true, true, true};
-        QCOMPARE(engine.BlockReading(kConnect, planOne(engine, {{"DO1", 1}, {"DO2", 1}, {"DO3", 1}})).keys(),
-                 (QList<SReadInfo>{{"DO1", 1}, {"DO2", 1}}));
-
         device.forcedValue = QVariant::fromValue(QList<int>{1, 2, 3});
-        QCOMPARE(rendered(engine.BlockReading(kConnect, planOne(engine, {{"AI1", 6}}))),
-                 QStringList{"AI1/6=QList<int>:0"});
-        QVERIFY(engine.BlockReading(kConnect, planOne(engine, {{"DI1", 1}})).isEmpty());
+        QCOMPARE(rendered(engine.BlockReading(kConnect, planOne(engine, "AI1/6"))), QStringList{"AI1/6=QList<int>:0"});
+        QVERIFY(engine.BlockReading(kConnect, planOne(engine, "DI1/1")).isEmpty());
         device.forcedValue = QStringLiteral("text");
-        QVERIFY(engine.BlockReading(kConnect, planOne(engine, {{"DI1", 1}})).isEmpty());
+        QVERIFY(engine.BlockReading(kConnect, planOne(engine, "DI1/1")).isEmpty());
     }
 
     void nothingToRead()
     {
         CInductiveDrive engine;
-        const QList<SReadInfo> key = planOne(engine, {{"AI1", 6}, {"AI3", 8}});
+        const QList<SReadInfo> key = planOne(engine, "AI1/6 AI3/8");
         QVERIFY(engine.BlockReading(kConnect, key).isEmpty()); // no callback yet
 
         Device device(engine);
@@ -300,7 +262,7 @@ private slots:
     {
         CInductiveDrive engine;
         Device device(engine);
-        const QList<SReadInfo> key = planOne(engine, {{"AI1", 6}, {"AI2", 6}});
+        const QList<SReadInfo> key = planOne(engine, "AI1/6 AI2/6");
         device.bytes = QByteArray::fromHex("0100000002000000");
         device.answer = [&](const QString &tag, DataType type, int count) {
             engine.DelInductiveDrive_Read(kConnect);

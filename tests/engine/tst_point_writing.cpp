@@ -45,64 +45,55 @@ private slots:
         QCOMPARE(record.tag, info.tag);
     }
 
+    // Each write as "tag count bytes text", the text without its zero padding.
     void strings_data()
     {
         QTest::addColumn<QVariant>("value");
         QTest::addColumn<QString>("tag");
-        QTest::addColumn<QString>("sentTag");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<QList<QByteArray>>("sent"); // the bytes of each write
-
+        QTest::addColumn<QStringList>("sent");
         const QVariant abc = values<QString>({"abc"});
-        const QByteArray abc256 = QByteArray("abc") + QByteArray(253, '\0');
-        QTest::newRow("SI") << abc << "SI5"
-                            << "SI5" << 256 << QList<QByteArray>{abc256};
-        QTest::newRow("SO") << abc << "SO5"
-                            << "SO5" << 256 << QList<QByteArray>{abc256};
-        QTest::newRow("lower case, size unknown") << abc << "si05"
-                                                  << "SI5" << -1 << QList<QByteArray>{QByteArray()};
-        QTest::newRow("outside SI and SO") << abc << "AI5"
-                                           << "AI5" << -1 << QList<QByteArray>{QByteArray()};
-        QTest::newRow("suffix fits no pattern")
-            << abc << "AI5[20]"
-            << "UNKNOW-1" << 20 << QList<QByteArray>{QByteArray("abc") + QByteArray(17, '\0')};
+        QTest::newRow("SI") << abc << "SI5" << QStringList{"SI5 256 256 abc"};
+        QTest::newRow("SO") << abc << "SO5" << QStringList{"SO5 256 256 abc"};
+        QTest::newRow("lower case, size unknown") << abc << "si05" << QStringList{"SI5 -1 0 "};
+        QTest::newRow("outside SI and SO") << abc << "AI5" << QStringList{"AI5 -1 0 "};
+        QTest::newRow("suffix fits no pattern") << abc << "AI5[20]" << QStringList{"UNKNOW-1 20 20 abc"};
         QTest::newRow("two strings, two writes")
-            << values<QString>({"abc", "de"}) << "SI5"
-            << "SI5" << 256 << QList<QByteArray>{abc256, QByteArray("de") + QByteArray(254, '\0')};
+            << values<QString>({"abc", "de"}) << "SI5" << QStringList{"SI5 256 256 abc", "SI5 256 256 de"};
         QTest::newRow("cut to the size") << values<QString>({QString(300, 'x')}) << "SI5"
-                                         << "SI5" << 256 << QList<QByteArray>{QByteArray(256, 'x')};
+                                         << QStringList{"SI5 256 256 " + QString(256, 'x')};
         QTest::newRow("Latin-1") << values<QString>({QString::fromUtf8("é")}) << "SI5"
-                                 << "SI5" << 256 << QList<QByteArray>{QByteArray("\xe9") + QByteArray(255, '\0')};
+                                 << QStringList{QString::fromUtf8("SI5 256 256 é")};
         // A length no request can carry builds nothing; the write path refuses it.
-        QTest::newRow("huge suffix") << abc << "SI1[2000000000]"
-                                     << "UNKNOW-1" << 2000000000 << QList<QByteArray>{QByteArray()};
-        QTest::newRow("no string") << values<QString>({}) << "SI5"
-                                   << "" << 0 << QList<QByteArray>();
-        QTest::newRow("not strings") << values<int>({1}) << "SI5"
-                                     << "" << 0 << QList<QByteArray>();
+        QTest::newRow("huge suffix") << abc << "SI1[2000000000]" << QStringList{"UNKNOW-1 2000000000 0 "};
+        QTest::newRow("no string") << values<QString>({}) << "SI5" << QStringList();
+        QTest::newRow("not strings") << values<int>({1}) << "SI5" << QStringList();
     }
     void strings()
     {
         QFETCH(QVariant, value);
         QFETCH(QString, tag);
-        QFETCH(QString, sentTag);
-        QFETCH(int, count);
-        QFETCH(QList<QByteArray>, sent);
+        QFETCH(QStringList, sent);
         CInductiveDrive engine;
         WritePath path;
         path.install(engine);
         const CLabelVariable record = engine.PointWriting("udp", entry(tag, TYPE_STRING, value));
-
-        QCOMPARE(path.calls.size(), sent.size());
-        for (int i = 0; i < sent.size(); ++i) {
-            QCOMPARE(path.calls.at(i).tag, sentTag);
-            QCOMPARE(path.calls.at(i).type, int(TYPE_INT8));
-            QCOMPARE(path.calls.at(i).value.userType(), qMetaTypeId<QList<char>>());
-            QCOMPARE(path.calls.at(i).count, count);
-            QCOMPARE(bytesOf(path.calls.at(i).value), sent.at(i));
+        QStringList writes;
+        for (const WritePath::Call &call : qAsConst(path.calls)) {
+            QCOMPARE(call.type, int(TYPE_INT8));
+            QCOMPARE(call.value.userType(), qMetaTypeId<QList<char>>());
+            const QByteArray bytes = bytesOf(call.value);
+            const QByteArray text(bytes.constData(), int(qstrnlen(bytes.constData(), uint(bytes.size()))));
+            QCOMPARE(bytes, text + QByteArray(bytes.size() - text.size(), '\0')); // zero padding only
+            writes << QStringLiteral("%1 %2 %3 %4")
+                          .arg(call.tag)
+                          .arg(call.count)
+                          .arg(bytes.size())
+                          .arg(QString::fromLatin1(text));
         }
+        QCOMPARE(writes, sent);
+        const int count = sent.value(0).section(' ', 1, 1).toInt();
         QCOMPARE(record.status, sent.isEmpty() ? 1 : count < 1 ? 4 : 0); // 1: nothing was sent
-        QCOMPARE(bytesOf(record.value), sent.value(sent.size() - 1));
+        QCOMPARE(bytesOf(record.value), path.calls.isEmpty() ? QByteArray() : bytesOf(path.calls.last().value));
     }
 
     // One failure stops nothing; a repeated entry is written twice and keeps one place.

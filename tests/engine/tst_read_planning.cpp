@@ -4,6 +4,8 @@
 
 #include "engine/CInductiveDrive.h"
 
+#include "EngineTestSupport.h"
+
 #include <QElapsedTimer>
 #include <QtTest>
 
@@ -44,11 +46,8 @@ QString describe(const QList<SReadInfo> &key)
 // Plans the list "tag/type tag/type ..." and describes the blocks in result order.
 QStringList plan(CInductiveDrive &engine, const QString &tags, const QString &connectPar = kConnect)
 {
-    QList<SReadInfo> infos;
-    for (const QString &item : tags.split(' ', Qt::SkipEmptyParts))
-        infos.append({item.section('/', 0, 0), item.section('/', 1).toInt()});
     QStringList blocks;
-    for (const QList<SReadInfo> &key : engine.InductiveDrive_Read(connectPar, infos)) {
+    for (const QList<SReadInfo> &key : engine.InductiveDrive_Read(connectPar, EngineTest::readInfos(tags))) {
         const SReadGroup group = engine.GetInductiveDrive_Read(connectPar, key);
         if (group.tags.keys() != key)
             return {QStringLiteral("key %1 does not name its block").arg(describe(key))};
