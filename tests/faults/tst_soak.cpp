@@ -1,9 +1,7 @@
-// A bounded soak: cycle after cycle every block of a mixed read plan is polled,
-// one tag and one planned block are written, while replies go wrong at random
-// from a fixed seed. Every record is checked against the controller's memory at
-// that moment; values change all the time, so a reply paired with the wrong
-// request would show. Late and doubled replies, which shift the pairing by
-// design, are left to the fault tests. SORVIK_SOAK_CYCLES sets a longer soak by hand.
+// A bounded soak: every block of a mixed read plan polled, one tag and one planned block written,
+// cycle after cycle, while replies go wrong at random from a fixed seed; every record is checked
+// against the controller's memory of that moment. Late and doubled replies shift the pairing by
+// design and are left to the reply fault tests. SORVIK_SOAK_CYCLES sets a longer soak by hand.
 
 #include "FaultFixture.h"
 
