@@ -156,4 +156,14 @@ struct WritePath {
     }
 };
 
+// "connectPar tag type count hex" of one write; the hex of a byte list only.
+inline QString describe(const WritePath::Call &call)
+{
+    return QStringLiteral("%1 %2 %3 %4 %5")
+        .arg(call.connectPar, call.tag)
+        .arg(call.type)
+        .arg(call.count)
+        .arg(QString::fromLatin1(bytesOf(call.value).toHex()));
+}
+
 } // namespace EngineTest

@@ -20,12 +20,6 @@ QString hexOf(const QVariant &data)
     return QString::fromLatin1(bytesOf(data).toHex());
 }
 
-QString describe(const WritePath::Call &call)
-{
-    const QString data = call.type == TYPE_BOOL ? QString() : hexOf(call.value);
-    return QStringLiteral("%1 %2 %3 %4 %5").arg(call.connectPar, call.tag).arg(call.type).arg(call.count).arg(data);
-}
-
 } // namespace
 
 class TestBlockWriting : public QObject

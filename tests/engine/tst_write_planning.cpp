@@ -9,7 +9,6 @@
 
 #include <QtTest>
 
-#include <algorithm>
 #include <random>
 
 using Induction::SWriteInfo;
@@ -140,22 +139,17 @@ private slots:
         CInductiveDrive engine;
         engine.SetInductionParam(Induction::INDUCTION_WRITE, Induction::INDUCTION_BYTE_LIMIT, byteLimit);
         engine.SetInductionParam(Induction::INDUCTION_WRITE, Induction::INDUCTION_POINT_LIMIT, pointLimit);
-        QList<QList<SWriteInfo>> keys = engine.InductiveDrive_Write("udp", infos);
-        std::sort(keys.begin(), keys.end(), [&](const QList<SWriteInfo> &a, const QList<SWriteInfo> &b) {
-            return engine.GetInductiveDrive_Write("udp", a).start.toInt() <
-                   engine.GetInductiveDrive_Write("udp", b).start.toInt();
-        });
         // Every tag lies in exactly one block, and each block's data is as long as the block.
-        QList<int> planned;
-        QStringList tags;
-        for (const QList<SWriteInfo> &key : qAsConst(keys)) {
+        QMap<int, int> lengthAt;
+        QMap<int, QString> tagsAt;
+        for (const QList<SWriteInfo> &key : engine.InductiveDrive_Write("udp", infos)) {
             const SWriteGroup group = engine.GetInductiveDrive_Write("udp", key);
-            planned << group.length;
-            tags << tagsOf(key);
+            lengthAt[group.start.toInt()] = group.length;
+            tagsAt[group.start.toInt()] = tagsOf(key).join(',');
             QCOMPARE(dataHex(group).size(), 2 * group.length);
         }
-        QCOMPARE(planned, lengths);
-        QCOMPARE(tags, tagsOf(infos));
+        QCOMPARE(lengthAt.values(), lengths);
+        QCOMPARE(QStringList(tagsAt.values()).join(','), tagsOf(infos).join(','));
     }
 
     void refused_data()
@@ -163,14 +157,11 @@ private slots:
         QTest::addColumn<SWriteInfo>("refused");
         QTest::newRow("no area") << entry("XY1", TYPE_FLOAT, values<float>({1.0f}));
         QTest::newRow("length suffix") << entry("SD100[20]", TYPE_STRING, values<QString>({"abc"}));
-        QTest::newRow("number 0") << entry("AI0", TYPE_FLOAT, values<float>({1.0f}));
         QTest::newRow("type 0") << entry("AI5", TYPE_NONE, values<float>({1.0f}));
         QTest::newRow("type 41") << entry("AI5", TYPE_NO_ELEMENT, values<char>({1}));
         QTest::newRow("type 42") << entry("AI5", 42, values<int>({1}));
-        QTest::newRow("negative type") << entry("AI5", -1, values<int>({1}));
         QTest::newRow("float given as doubles") << entry("AI5", TYPE_FLOAT, values<double>({1.0}));
         QTest::newRow("int given as a plain int") << entry("AI5", TYPE_INT32, QVariant(7));
-        QTest::newRow("no value at all") << entry("AI5", TYPE_UINT16, QVariant());
         QTest::newRow("bool given as ints") << entry("DI5", TYPE_BOOL, values<int>({1}));
         QTest::newRow("string given as ints") << entry("SI5", TYPE_STRING, values<int>({1}));
         QTest::newRow("string given as a plain text") << entry("SI5", TYPE_STRING, QVariant(QStringLiteral("abc")));
@@ -205,19 +196,16 @@ private slots:
     void refusalsLastUntilTheNextPlanning()
     {
         CInductiveDrive engine;
-        int calls = 0;
-        engine.m_writeCallback = [&](const QString &, const QString &, DataType, QVariant, int) {
-            return ++calls, CLabelVariable();
-        };
-        engine.m_readCallback = [&](const QString &, const QString &, DataType, int) {
-            return ++calls, CLabelVariable();
-        };
+        WritePath writes;
+        writes.install(engine);
+        ReadPath reads;
+        reads.install(engine);
         const QList<SWriteInfo> refused = entries("XY1/8:1 AI1/0:2 AB1/8:3");
         engine.InductiveDrive_Write("udp", {refused[0], entry("AI2", TYPE_FLOAT, values<float>({0})), refused[1],
                                             entry("", TYPE_FLOAT, values<float>({1})), refused[2]});
         QCOMPARE(engine.GetCannotInductiveDrive_Write("udp"), refused);
         QCOMPARE(engine.GetCannotInductiveDrive_Write("serial"), QList<SWriteInfo>());
-        QCOMPARE(calls, 0);
+        QVERIFY(writes.calls.isEmpty() && reads.calls.isEmpty());
 
         engine.InductiveDrive_Write("udp", {entry("", TYPE_NONE, QVariant())});
         QVERIFY(engine.m_cannotWrite.isEmpty());
