@@ -38,19 +38,14 @@ class TestPointReading : public QObject
     Q_OBJECT
 
 private slots:
-    void noCallbackGivesAFreshRecord()
-    {
-        CInductiveDrive engine;
-        const SReadInfo info{"AI5", 6};
-        const CLabelVariable record = engine.PointReading(kConnect, info);
-        QVERIFY(record.status == 1 && !record.value.isValid());
-        QCOMPARE(engine.PointReading(kConnect, QList<SReadInfo>{info}, 0).value(info).status, 1);
-    }
-
-    // Any other type number travels on unchanged, with count 1; the one-tag path decides about it.
+    // Any other type number travels on unchanged, with count 1; the one-tag path
+    // decides about it. Without a callback the record is a fresh one.
     void otherTypesGoOutAsWritten()
     {
         CInductiveDrive engine;
+        const SReadInfo ai5{"AI5", 6};
+        QVERIFY(engine.PointReading(kConnect, ai5).status == 1 && !engine.PointReading(kConnect, ai5).value.isValid());
+        QCOMPARE(engine.PointReading(kConnect, QList<SReadInfo>{ai5}, 0).value(ai5).status, 1);
         Recorder device(engine);
         const QList<SReadInfo> infos{{"AI5", 6}, {"ai5", 6}, {"Custom5", 4}, {"AI005", 41}, {"AI5", -1}, {"AI5", 42}};
         for (const SReadInfo &info : infos) {
@@ -63,29 +58,16 @@ private slots:
         QVERIFY(engine.m_stringPoints.isEmpty());
     }
 
+    // tag: the read; the size is known only for SI and SO
     void stringTagGoesOutUnderItsCanonicalText_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<QString>("read");
-        QTest::newRow("SI") << "SI5"
-                            << "SI5 2 256";
-        QTest::newRow("leading zeros") << "SI005"
-                                       << "SI5 2 256";
-        QTest::newRow("lower case") << "si5"
-                                    << "SI5 2 -1"; // the size is known only for SI and SO
-        QTest::newRow("SO") << "SO5"
-                            << "SO5 2 256";
-        QTest::newRow("outside SI and SO") << "AI5"
-                                           << "AI5 2 -1";
-        QTest::newRow("length suffix") << "AI5[20]"
-                                       << "UNKNOW-1 2 20";
-        QTest::newRow("no pattern") << "XY1"
-                                    << "UNKNOW-1 2 -1";
+        EngineTest::textRows({"SI5: SI5 2 256", "SI005: SI5 2 256", "si5: SI5 2 -1", "SO5: SO5 2 256", "AI5: AI5 2 -1",
+                              "AI5[20]: UNKNOW-1 2 20", "XY1: UNKNOW-1 2 -1"});
     }
     void stringTagGoesOutUnderItsCanonicalText()
     {
-        QFETCH(QString, tag);
-        QFETCH(QString, read);
+        QFETCH(QString, row);
+        const QString tag = row.section(": ", 0, 0), read = row.section(": ", 1);
         CInductiveDrive engine;
         Recorder device(engine);
         const CLabelVariable record = engine.PointReading(kConnect, SReadInfo{tag, TYPE_STRING});

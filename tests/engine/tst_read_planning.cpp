@@ -1,6 +1,5 @@
-// Read planning, automatic and manual, and the queries and removals of the
-// read plan. A block is compared as one line of text:
-// "areaText start length kind: tag/type@offset:width ..."
+// Read planning, automatic and manual, and the queries and removals of the read
+// plan. A block is one line: "areaText start length kind: tag/type@offset:width ...".
 
 #include "engine/CInductiveDrive.h"
 
@@ -25,8 +24,7 @@ QString describe(const SReadGroup &group)
                       .arg(place.key().dataType)
                       .arg(place.value().offset)
                       .arg(place.value().width);
-    // The start must be text once planning is done.
-    const QString start =
+    const QString start = // text once planning is done
         group.start.userType() == QMetaType::QString ? group.start.toString() : QStringLiteral("<not text>");
     return QStringLiteral("%1 %2 %3 %4: %5")
         .arg(group.areaText, start)
@@ -35,23 +33,13 @@ QString describe(const SReadGroup &group)
         .arg(places.join(' '));
 }
 
-QString describe(const QList<SReadInfo> &key)
-{
-    QStringList tags;
-    for (const SReadInfo &info : key)
-        tags << QStringLiteral("%1/%2").arg(info.tag).arg(info.dataType);
-    return tags.join(',');
-}
-
 // Plans the list "tag/type tag/type ..." and describes the blocks in result order.
 QStringList plan(CInductiveDrive &engine, const QString &tags, const QString &connectPar = kConnect)
 {
     QStringList blocks;
     for (const QList<SReadInfo> &key : engine.InductiveDrive_Read(connectPar, EngineTest::readInfos(tags))) {
         const SReadGroup group = engine.GetInductiveDrive_Read(connectPar, key);
-        if (group.tags.keys() != key)
-            return {QStringLiteral("key %1 does not name its block").arg(describe(key))};
-        blocks << describe(group);
+        blocks << (group.tags.keys() == key ? describe(group) : QStringLiteral("a key that does not name its block"));
     }
     return blocks;
 }
@@ -75,8 +63,6 @@ private slots:
             {"AI 1 12 1: AI1/6@0:4 AI3/4@2:4 AI3/8@2:4", "AI 60 8 1: AI60/11@0:4"});
         row("worked bit plan", "DI1285/1 DI7/4 DI5/6 DI1284/1",
             {"DI 5 1280 2: DI1284/1@1279:1 DI5/6@0:1 DI7/4@2:1", "DI 1285 1 2: DI1285/1@0:1"});
-        row("points fill the limit", "DI1/1 DI1280/1", {"DI 1 1280 2: DI1/1@0:1 DI1280/1@1279:1"});
-        row("one point beyond", "DI1/1 DI1281/1", {"DI 1 1 2: DI1/1@0:1", "DI 1281 1 2: DI1281/1@0:1"});
         row("bytes fill the limit", "AI1/6 AI40/6", {"AI 1 160 1: AI1/6@0:4 AI40/6@39:4"});
         row("four bytes beyond", "AI1/6 AI41/6", {"AI 1 4 1: AI1/6@0:4", "AI 41 4 1: AI41/6@0:4"});
         row("largest reach, not the last", "AI2/4 AI1/11", {"AI 1 8 1: AI1/11@0:4 AI2/4@1:4"});
@@ -85,7 +71,6 @@ private slots:
         row("odd length raised", "SA1/4 SA3/1", {"SA 1 6 1: SA1/4@0:2 SA3/1@32:2"});
         row("odd length may pass the limit", "AI1/6 AI2/2", {"AI 1 6 1: AI1/6@0:4 AI2/2@1:4"}, 1280, 5);
         row("one bool in AI", "AI1/1", {"AI 1 2 1: AI1/1@0:4"});
-        row("one point", "NDO9/6", {"NDO 9 1 2: NDO9/6@0:1"});
         row("bool in a word block counts bits", "AI3/6 AI5/1", {"AI 3 10 1: AI3/6@0:4 AI5/1@64:4"});
         row("strings above the limit stay whole", "SI1/12 SI2/12",
             {"SI 1 256 1: SI1/12@0:256", "SI 2 256 1: SI2/12@0:256"});
