@@ -209,7 +209,7 @@ private slots:
         QCOMPARE(readLw(1).first, 8);
         m_sim.setFaults(silent);
         QCOMPARE(writeLw1(6), 0);
-        QCOMPARE(m_sim.frameCount(), 7);
+        QTRY_COMPARE(m_sim.frameCount(), 7); // the write was answered before the simulator may have taken it
     }
 
     // A reply sent twice: the copy is taken by the next read, which then gets its

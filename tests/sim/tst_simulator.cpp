@@ -150,8 +150,6 @@ private slots:
         QTest::addColumn<QByteArray>("read");
         QTest::addColumn<QByteArray>("data");
         QTest::newRow("bool DO2") << hex("0201010004000100000100 01") << readFrame(4, 0, 3) << hex("000100");
-        QTest::newRow("string SI2") << hex("020101001c000001000001 03616263") << readFrame(28, 256, 4)
-                                    << hex("03616263");
         // A block write announces 65536 bytes for its 256.
         QTest::newRow("block SI2") << hex("020101001c000001010000") + QByteArray(256, 'x') << readFrame(28, 256, 256)
                                    << QByteArray(256, 'x');
@@ -197,7 +195,7 @@ private slots:
         QCOMPARE(receive(1, kQuietMs), QList<QByteArray>());
         QCOMPARE(m_sim->frames(), QList<QByteArray>{frame});
         QCOMPARE(m_sim->counters().invalid, 1);
-        QCOMPARE(simLines(log), QStringList{"no reply to frame " + frame.toHex() + ": " + reason});
+        QTRY_COMPARE(simLines(log), QStringList{"no reply to frame " + frame.toHex() + ": " + reason});
         QVERIFY(log.texts(QtInfoMsg).isEmpty()); // the drive's own category stays clean
         QCOMPARE(m_sim->memory(28, 1279, 1), hex("00"));
     }
@@ -268,14 +266,14 @@ private slots:
     // A reply held back does not hold back the requests behind it.
     void delayedRepliesKeepTakingRequests()
     {
-        m_sim->setFaults(with(&SimFaults::delayMs, 300));
+        m_sim->setFaults(with(&SimFaults::delayMs, 500));
         QElapsedTimer clock;
         clock.start();
         send(hex("0401"));
         send(readFrame(7, 0, 1));
-        QTRY_COMPARE_WITH_TIMEOUT(m_sim->frameCount(), 2, 250); // both taken before the first reply
+        QTRY_COMPARE_WITH_TIMEOUT(m_sim->frameCount(), 2, 400); // both taken before the first reply
         QCOMPARE(receive(2), (QList<QByteArray>{hex("0401"), readReply(hex("00"))}));
-        QVERIFY(clock.elapsed() >= 300);
+        QVERIFY(clock.elapsed() >= 500);
         QCOMPARE(m_sim->counters().faults, 2);
     }
 
