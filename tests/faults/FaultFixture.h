@@ -8,9 +8,6 @@
 #include "sim/SorvikSimulator.h"
 #include "tests/drive/DriveTestSupport.h"
 
-#include <QList>
-#include <QMetaType>
-
 Q_DECLARE_METATYPE(SimFaults)
 
 namespace FaultFixture {
