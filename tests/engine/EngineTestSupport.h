@@ -1,7 +1,6 @@
 #pragma once
 
-// Helpers of the engine tests: write entries, value lists, and stand-ins for
-// the one-tag paths behind the engine's two callbacks.
+// Helpers of the engine tests: tag lists from text, and the one-tag paths behind the callbacks.
 
 #include "engine/CInductiveDrive.h"
 #include "host/ValueLists.h"
@@ -39,8 +38,7 @@ inline QList<Induction::SReadInfo> readInfos(const QString &text)
     return infos;
 }
 
-// Entries from "tag/type:e,e tag/type:e ...": the elements make the value list of
-// the type; bools are 1 and 0, strings are taken as they stand.
+// Entries from "tag/type:e,e tag/type:e ...", in the value list of the type; bools are 1 and 0.
 inline QList<Induction::SWriteInfo> entries(const QString &text)
 {
     QList<Induction::SWriteInfo> infos;
@@ -102,8 +100,7 @@ inline bool sameValue(const QVariant &a, const QVariant &b)
     return listed ? equal : a == b;
 }
 
-// Stands in for the one-tag read path: logs every call as "tag type count"
-// with its connection and time, and lets `answer` make the reply.
+// The one-tag read path: logs "tag type count", the connection and time; `answer` replies.
 struct ReadPath {
     QStringList calls;
     QStringList connects;
@@ -123,8 +120,7 @@ struct ReadPath {
     }
 };
 
-// Stands in for the one-tag write path: answers status 0 with the time, or
-// the status set for the tag text; a count below 1 is refused with 4.
+// The one-tag write path: status 0 with a time, or the one set for the tag; a count below 1 gives 4.
 struct WritePath {
     struct Call {
         QString connectPar;

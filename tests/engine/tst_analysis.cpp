@@ -1,5 +1,4 @@
-// Tag analysis of the engine: the strict tag grammar, sizes, offsets, area
-// names and the planning limits.
+// Tag analysis: the strict tag grammar, sizes, offsets, area names and planning limits.
 
 #include "engine/CInductiveDrive.h"
 
@@ -78,8 +77,7 @@ private slots:
             QCOMPARE(engine.areaName(code), QStringLiteral("UNKNOW"));
     }
 
-    // Analysis picks one pattern by the prefix; trying every pattern in code
-    // order must give the same answer for any text.
+    // Analysis picks one pattern by the prefix; trying them all must agree for any text.
     void prefixShortcutAgreesWithAllPatterns()
     {
         CInductiveDrive engine;

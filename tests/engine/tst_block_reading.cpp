@@ -1,6 +1,4 @@
-// Block reading: one read per block, and the reply cut into one record per
-// tag. The device answers like the one-tag path: a QList<char> for DataType 2,
-// a QList<bool> for DataType 1.
+// Block reading: one read per block, the reply cut into one record per tag.
 
 #include "engine/CInductiveDrive.h"
 #include "engine/ElementBytes.h"
@@ -16,7 +14,7 @@ namespace {
 
 const QString kConnect = QStringLiteral("10.0.0.9:6000");
 
-// Memory of one area behind a read path.
+// Memory of one area, answered like the one-tag path: QList<char> for DataType 2, QList<bool> for 1.
 struct Device : EngineTest::ReadPath {
     QByteArray bytes;
     QList<bool> points;
@@ -122,21 +120,6 @@ private slots:
         QCOMPARE(device.calls.size(), 2);
     }
 
-    // tags: read
-    void blockTagText_data()
-    {
-        EngineTest::textRows(
-            {"AI005/6: AI5 2 4", "ai7/8 ai9/6: ai7 2 12", "NDI40/1 NDI32/6: NDI32 1 9", "SI1/12: SI1 2 256"});
-    }
-    void blockTagText()
-    {
-        QFETCH(QString, row);
-        CInductiveDrive engine;
-        Device device(engine);
-        engine.BlockReading(kConnect, planOne(engine, row.section(": ", 0, 0)));
-        QCOMPARE(device.calls, QStringList{row.section(": ", 1)});
-    }
-
     // tag/type@offset, bytes of the reply, value: one tag in a manual byte block of AI
     void elements_data()
     {
@@ -196,8 +179,7 @@ private slots:
         QCOMPARE(records.last().length, 1);
     }
 
-    // A failed byte block still gives every tag of known size, zero, with the
-    // failing status; a failed bit block gives nothing. So does a value of the wrong type.
+    // A failed byte block gives every sized tag zero and the status; a failed bit block nothing.
     void failedOrWrongReplies()
     {
         CInductiveDrive engine;

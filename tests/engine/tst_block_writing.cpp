@@ -1,5 +1,4 @@
-// Block writing: one write per planned block with exactly the planned bytes,
-// one record per tag, and a plan that keeps what failed until it succeeds.
+// Block writing: one write per planned block with its planned bytes, one record per tag.
 
 #include "engine/CInductiveDrive.h"
 
@@ -75,8 +74,7 @@ private slots:
         QCOMPARE(results.first().dataType, int(TYPE_BOOL));
     }
 
-    // Strings go out under the canonical text; outside SI and SO the size is
-    // unknown, nothing is sent and the write path refuses the length.
+    // Strings go out under the canonical text; outside SI and SO no size, and status 4.
     void stringBlocks()
     {
         CInductiveDrive engine;
@@ -95,8 +93,7 @@ private slots:
         QCOMPARE(describe(path.calls.at(2)), describe(path.calls.at(0)));
     }
 
-    // Values take no part in finding a block: the planned bytes go out, and the
-    // results come back under the entries handed in.
+    // Values take no part in finding a block: the planned bytes go out all the same.
     void groupFindsItsBlockByTagsOnly()
     {
         CInductiveDrive engine;

@@ -1,5 +1,4 @@
-// Point reading: one read per tag, strings read as raw bytes under their
-// canonical text, and the pause after every tag of a list.
+// Point reading: one read per tag, strings as raw bytes under their canonical text.
 
 #include "engine/CInductiveDrive.h"
 
@@ -13,8 +12,7 @@ namespace {
 
 const QString kConnect = QStringLiteral("COM3,9600,8,1,N");
 
-// Answers every read with a record naming it; the value counts the reads so far,
-// and tags of SO and of no area fail with 3.
+// Answers with the count of reads so far; SO and tags of no area fail with 3.
 struct Recorder : EngineTest::ReadPath {
     explicit Recorder(CInductiveDrive &engine)
     {
@@ -38,8 +36,7 @@ class TestPointReading : public QObject
     Q_OBJECT
 
 private slots:
-    // Any other type number travels on unchanged, with count 1; the one-tag path
-    // decides about it. Without a callback the record is a fresh one.
+    // Non-string types go out as written, count 1; without a callback the record is fresh.
     void otherTypesGoOutAsWritten()
     {
         CInductiveDrive engine;

@@ -1,5 +1,4 @@
-// Point writing: one write per tag, or per string of a string tag, without a
-// plan, with a pause after every tag of a list.
+// Point writing: one write per tag, or per string of a string tag, without a plan.
 
 #include "engine/CInductiveDrive.h"
 

@@ -136,8 +136,7 @@ private slots:
         QCOMPARE(engine.GetInductiveDrive_Read(kConnect).size(), 1);
     }
 
-    // A manual block is taken as laid out; a start that fits no pattern gives
-    // kind 0, a later item at one tag replaces the earlier.
+    // Taken as laid out; a start of no pattern gives kind 0, a later item replaces an earlier.
     void manualBlocks()
     {
         CInductiveDrive engine;

@@ -1,7 +1,5 @@
-// Write planning: which tags merge into one block, the exact bytes and points
-// of each block, the limits, and what is refused and reported. Entries are
-// written "tag/type:elements", a block "tags areaText start length kind data"
-// with the data in hexadecimal, one byte 00/01 a point.
+// Write planning. A block is one line "tags areaText start length kind data", data in
+// hexadecimal, one byte 00/01 a point.
 
 #include "engine/CInductiveDrive.h"
 
@@ -83,8 +81,7 @@ private slots:
         row("a bool and a byte item never share", "DI1/1:1 DI2/4:3", {"DI1 DI 1 1 2 01", "DI2 DI 2 2 1 0300"});
         row("byte items on a bit area stand alone", "DO1/2:1 DO2/2:2 AI_S1/3:3 AI_S2/3:4",
             {"AI_S1 AI_S 1 1 1 03", "AI_S2 AI_S 2 1 1 04", "DO1 DO 1 1 1 01", "DO2 DO 2 1 1 02"});
-        // Equal addresses go by key order; an item never joins a block that it
-        // would overlap, only one that ends right where it starts.
+        // An item never joins a block that it would overlap, only one that ends where it starts.
         row("one address named twice is written twice", "ai1/8:2 AI1/6:1 AI2/6:2 AI1/8:1",
             {"AI1 AI 1 4 1 01000000", "AI1 AI 1 4 1 0000803f", "ai1,AI2 AI 1 8 1 0000004002000000"});
         row("an item starting inside the one before", "SA1/6:1 SA2/4:2 SA3/4:3",
@@ -94,8 +91,7 @@ private slots:
             {"AI11 AI 11 4 1 00000000", "AI9 AI 9 4 1 00000000"});
         row("strings reach the limit alone", "SI1/12:abc SI2/12:first," + QString(300, 'x'),
             {"SI1 SI 1 256 1 616263" + QString(506, '0'), "SI2 SI 2 256 1 " + QString(256, 'x').toLatin1().toHex()});
-        // A string of no known size joins the block before it with no bytes; the
-        // ragged length that leaves ends the block there.
+        // A string of no known size joins the block before with no bytes and ends it.
         row("string of unknown size adds no bytes", "AI4/8:1 AI5/12:abc AI6/8:1",
             {"AI4,AI5 AI 4 3 1 0000803f", "AI6 AI 6 4 1 0000803f"});
         row("string of unknown size alone", "AI5/12:abc", {"AI5 AI 5 -1 1 "});
@@ -169,8 +165,7 @@ private slots:
         QTest::newRow("empty bools") << entry("DI5", TYPE_BOOL, values<bool>({}));
         QTest::newRow("empty strings") << entry("SI5", TYPE_STRING, values<QString>({}));
     }
-    // A refused entry reaches no block, is reported with its value, and its
-    // neighbours are planned as if it were not there.
+    // A refused entry is reported with its value; its neighbours plan as if it were not there.
     void refused()
     {
         QFETCH(SWriteInfo, refused);
@@ -191,8 +186,7 @@ private slots:
         QVERIFY(sameValue(keys.first().first().value, values<float>({1.0f})));
     }
 
-    // Refusals keep their order and last only until the next planning of any
-    // connection; empty tags leave no trace at all. Planning calls no callback.
+    // Refusals last until the next planning of any connection; empty tags leave no trace.
     void refusalsLastUntilTheNextPlanning()
     {
         CInductiveDrive engine;
@@ -235,8 +229,7 @@ private slots:
         QCOMPARE(engine.GetInductiveDrive_Write("serial").keys(), (QList<QList<SWriteInfo>>{{ai[1]}}));
     }
 
-    // Thousands of tags in random order plan into the same blocks as in
-    // address order: the sort, not the caller's order, decides.
+    // Thousands of tags in random order plan into the same blocks as in address order.
     void largeShuffledListPlansLikeSortedOne()
     {
         const QList<SWriteInfo> sorted = numbered("NDO", 1, 30000, 1, [](int i) { return int(i % 7 == 0); }) +
