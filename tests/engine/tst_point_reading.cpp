@@ -83,18 +83,14 @@ private slots:
         const SReadInfo si{"SI005", TYPE_STRING};
         engine.PointReading(kConnect, si);
         engine.PointReading("other", si);
-        QCOMPARE(engine.m_stringPoints.size(), 2);
-        QCOMPARE(engine.m_stringPoints[kConnect].size(), 1);
-
+        QVERIFY(engine.m_stringPoints.size() == 2 && engine.m_stringPoints[kConnect].size() == 1);
         // A made entry is used as it stands; a blank one is made anew.
         engine.m_stringPoints[kConnect][si].tag = QStringLiteral("SI9");
         engine.PointReading(kConnect, si);
         engine.m_stringPoints[kConnect][si] = SStringPoint();
         engine.PointReading(kConnect, si);
         QCOMPARE(device.calls.mid(2), (QStringList{"SI9 2 256", "SI5 2 256"}));
-
-        // No removal of the plan touches it.
-        engine.DelInductiveDrive_Read(kConnect);
+        engine.DelInductiveDrive_Read(kConnect); // no removal touches it
         engine.DelCannotInductiveDrive_Read(kConnect);
         QCOMPARE(engine.m_stringPoints[kConnect].size(), 1);
     }

@@ -186,45 +186,35 @@ private slots:
         QVERIFY(sameValue(keys.first().first().value, values<float>({1.0f})));
     }
 
-    // Refusals last until the next planning of any connection; empty tags leave no trace.
-    void refusalsLastUntilTheNextPlanning()
+    // Plans live per connection until replaced whole; refusals until the next planning of any
+    // connection; empty tags leave no trace. Planning calls no callback.
+    void plansAndRefusalsPerConnection()
     {
         CInductiveDrive engine;
+        const SWriteGroup blank = engine.GetInductiveDrive_Write("udp", entries("AI1/8:1"));
+        QVERIFY(blank.areaText.isEmpty() && !blank.start.isValid() && !blank.data.isValid());
+        QVERIFY(blank.length == 0 && blank.kind == 0 && engine.GetInductiveDrive_Write("udp").isEmpty());
         WritePath writes;
         writes.install(engine);
         ReadPath reads;
         reads.install(engine);
-        const QList<SWriteInfo> refused = entries("XY1/8:1 AI1/0:2 AB1/8:3");
-        engine.InductiveDrive_Write("udp", {refused[0], entry("AI2", TYPE_FLOAT, values<float>({0})), refused[1],
-                                            entry("", TYPE_FLOAT, values<float>({1})), refused[2]});
-        QCOMPARE(engine.GetCannotInductiveDrive_Write("udp"), refused);
-        QCOMPARE(engine.GetCannotInductiveDrive_Write("serial"), QList<SWriteInfo>());
-        QVERIFY(writes.calls.isEmpty() && reads.calls.isEmpty());
-
-        engine.InductiveDrive_Write("udp", {entry("", TYPE_NONE, QVariant())});
-        QVERIFY(engine.m_cannotWrite.isEmpty());
-        engine.InductiveDrive_Write("udp", {refused[0]});
-        QCOMPARE(engine.GetCannotInductiveDrive_Write("udp").size(), 1);
-        engine.InductiveDrive_Write("serial", entries("AI2/8:0"));
-        QVERIFY(engine.m_cannotWrite.isEmpty());
-    }
-
-    void plansArePerConnectionAndReplacedWhole()
-    {
-        CInductiveDrive engine;
-        QVERIFY(engine.GetInductiveDrive_Write("udp").isEmpty());
-        const SWriteGroup blank = engine.GetInductiveDrive_Write("udp", entries("AI1/8:1"));
-        QVERIFY(blank.areaText.isEmpty() && !blank.start.isValid() && !blank.data.isValid());
-        QVERIFY(blank.length == 0 && blank.kind == 0);
 
         const QList<SWriteInfo> ai = entries("AI1/8:1 AI7/8:7");
-        engine.InductiveDrive_Write("udp", ai);
+        const QList<SWriteInfo> refused = entries("XY1/8:1 AI1/0:2 AB1/8:3");
+        engine.InductiveDrive_Write(
+            "udp", {refused[0], ai[0], refused[1], entry("", TYPE_FLOAT, values<float>({1})), ai[1], refused[2]});
+        QCOMPARE(engine.GetCannotInductiveDrive_Write("udp"), refused);
         engine.InductiveDrive_Write("serial", {ai[1]});
+        QVERIFY(engine.m_cannotWrite.isEmpty());
         QCOMPARE(engine.GetInductiveDrive_Write("udp").keys(), (QList<QList<SWriteInfo>>{{ai[0]}, {ai[1]}}));
-        engine.InductiveDrive_Write("udp", {ai[1]});
+        QVERIFY(writes.calls.isEmpty() && reads.calls.isEmpty());
+
+        engine.InductiveDrive_Write("udp", {ai[1], refused[0]});
         QCOMPARE(engine.GetInductiveDrive_Write("udp").keys(), (QList<QList<SWriteInfo>>{{ai[1]}}));
-        QCOMPARE(engine.InductiveDrive_Write("udp", {}), QList<QList<SWriteInfo>>());
-        QVERIFY(engine.m_writePlans.contains("udp"));
+        QCOMPARE(engine.GetCannotInductiveDrive_Write("udp").size(), 1);
+        QCOMPARE(engine.GetCannotInductiveDrive_Write("serial"), QList<SWriteInfo>());
+        QCOMPARE(engine.InductiveDrive_Write("udp", {entry("", TYPE_NONE, QVariant())}), QList<QList<SWriteInfo>>());
+        QVERIFY(engine.m_cannotWrite.isEmpty() && engine.m_writePlans.contains("udp"));
         QVERIFY(engine.GetInductiveDrive_Write("udp").isEmpty());
         QCOMPARE(engine.GetInductiveDrive_Write("serial").keys(), (QList<QList<SWriteInfo>>{{ai[1]}}));
     }
