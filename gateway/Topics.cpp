@@ -4,9 +4,15 @@ namespace {
 const QString kRoot = QStringLiteral("sorvik/");
 }
 
-QString Topics::gatewayStatus(const QString &gateway) { return kRoot + gateway + QStringLiteral("/status"); }
+QString Topics::gatewayStatus(const QString &gateway)
+{
+    return kRoot + gateway + QStringLiteral("/status");
+}
 
-QString Topics::heartbeat(const QString &gateway) { return kRoot + gateway + QStringLiteral("/heartbeat"); }
+QString Topics::heartbeat(const QString &gateway)
+{
+    return kRoot + gateway + QStringLiteral("/heartbeat");
+}
 
 QString Topics::controllerStatus(const QString &gateway, const QString &controller)
 {
@@ -28,7 +34,10 @@ QString Topics::writeReply(const QString &gateway, const QString &controller)
     return write(gateway, controller) + QStringLiteral("/reply");
 }
 
-QString Topics::writeFilter(const QString &gateway) { return kRoot + gateway + QStringLiteral("/+/write"); }
+QString Topics::writeFilter(const QString &gateway)
+{
+    return kRoot + gateway + QStringLiteral("/+/write");
+}
 
 bool Topics::isTopicLevel(const QString &name)
 {
