@@ -4,7 +4,9 @@
 
 // The host holds the drive by its interface, so the pointer is adjusted to
 // the CDriveBaseClass part of the object, not its start.
-extern "C" Q_DECL_EXPORT CDriveBaseClass *getSharedLibrary()
+extern "C" SORVIK_DRIVE_EXPORT CDriveBaseClass *getSharedLibrary()
 {
     return static_cast<CDriveBaseClass *>(new LibSorvik);
 }
+
+LibSorvik::~LibSorvik() = default;

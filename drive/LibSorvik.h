@@ -10,13 +10,17 @@
 #include <QVariant>
 
 // The drive object a host holds: connection and identity, one-tag reads and
-// writes with their conversions, and the engine for tag lists.
-class LibSorvik : public QObject, public CDriveBaseClass
+// writes with their conversions, and the engine for tag lists. Its public
+// members are exported by name; the engine and the link stay inside.
+class SORVIK_DRIVE_EXPORT LibSorvik : public QObject, public CDriveBaseClass
 {
     Q_OBJECT
 
 public:
     LibSorvik();
+    // Out of line, so that a program holding a LibSorvik of its own uses the
+    // library's destructor instead of reaching for the hidden link's.
+    ~LibSorvik() override;
 
     // Identity, connection and debug.
     QString getDriveName() override;
@@ -34,8 +38,7 @@ public:
     CLabelVariable WriteVariable(QString tag, DataType type, CLabelVariable label) override;
     CLabelVariable WriteVariable(QString tag, DataType type, CLabelVariable label, int count) override;
     CLabelVariable Read_data(int area, int index, DataType type, int count, QString tag);
-    CLabelVariable Write_data(int area, int index, DataType type, CLabelVariable label, int count,
-                              QString tag);
+    CLabelVariable Write_data(int area, int index, DataType type, CLabelVariable label, int count, QString tag);
 
     // Tag addressing.
     int getArea(QString tag);
@@ -76,8 +79,8 @@ public:
                            const int &value) override;
     QList<QList<Induction::SReadInfo>> InductiveDrive_Read(const QString &connectPar,
                                                            const QList<Induction::SReadInfo> &infos) override;
-    QList<QList<Induction::SReadInfo>>
-    InductiveDrive_Read(const QString &connectPar, const QList<Induction::SReadInfo_manual> &blocks) override;
+    QList<QList<Induction::SReadInfo>> InductiveDrive_Read(const QString &connectPar,
+                                                           const QList<Induction::SReadInfo_manual> &blocks) override;
     void DelInductiveDrive_Read(const QString &connectPar) override;
     void DelInductiveDrive_Read(const QString &connectPar, const QList<Induction::SReadInfo> &group) override;
     void DelCannotInductiveDrive_Read(const QString &connectPar) override;
@@ -92,8 +95,7 @@ public:
     QList<QList<Induction::SWriteInfo>> InductiveDrive_Write(const QString &connectPar,
                                                              const QList<Induction::SWriteInfo> &infos) override;
     QMap<QList<Induction::SWriteInfo>, SWriteGroup> GetInductiveDrive_Write(const QString &connectPar) override;
-    SWriteGroup GetInductiveDrive_Write(const QString &connectPar,
-                                        const QList<Induction::SWriteInfo> &group) override;
+    SWriteGroup GetInductiveDrive_Write(const QString &connectPar, const QList<Induction::SWriteInfo> &group) override;
     QList<Induction::SWriteInfo> GetCannotInductiveDrive_Write(const QString &connectPar) override;
     QMap<Induction::SWriteInfo, CLabelVariable> BlockWriting(const QString &connectPar,
                                                              const QList<Induction::SWriteInfo> &group) override;
@@ -115,7 +117,7 @@ public:
     QString m_parity;
 
 private:
-    CLabelVariable ReadForEngine(const QString &connectPar, const QString &tag, DataType type, int count);
-    CLabelVariable WriteForEngine(const QString &connectPar, const QString &tag, DataType type, QVariant value,
-                                  int count);
+    Q_DECL_HIDDEN CLabelVariable ReadForEngine(const QString &connectPar, const QString &tag, DataType type, int count);
+    Q_DECL_HIDDEN CLabelVariable WriteForEngine(const QString &connectPar, const QString &tag, DataType type,
+                                                QVariant value, int count);
 };

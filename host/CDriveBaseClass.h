@@ -12,6 +12,7 @@
 #include "CLabelVariable.h"
 #include "DataType.h"
 #include "InductionRecords.h"
+#include "SorvikExport.h"
 
 #include <QList>
 #include <QMap>
@@ -81,4 +82,4 @@ public:
 
 // The one exported factory: a new drive object behind its interface.
 using GetSharedLibraryFunction = CDriveBaseClass *(*)();
-extern "C" CDriveBaseClass *getSharedLibrary();
+extern "C" SORVIK_DRIVE_EXPORT CDriveBaseClass *getSharedLibrary();
