@@ -2,6 +2,8 @@
 
 #include "SimLog.h"
 #include "SimPresets.h"
+#include "SimSelfDescribing.h"
+#include "link/SorvikProtocol.h"
 
 #include <QMutexLocker>
 
@@ -21,6 +23,8 @@ SimOutcome SimCore::take(const QByteArray &frame)
         case SimAnswer::Kind::Write: ++m_counters.writes; break;
         case SimAnswer::Kind::Invalid: ++m_counters.invalid; break;
         }
+        const bool request = answer.kind == SimAnswer::Kind::Read || answer.kind == SimAnswer::Kind::Write;
+        const int holdMs = request ? m_faults.holdFor() : 0;
         // A scripted reply stands in for whatever the controller would have
         // said, exactly as given: no fault touches it. The request itself is
         // still carried out, so a write that is answered so is stored.
@@ -30,7 +34,8 @@ SimOutcome SimCore::take(const QByteArray &frame)
             bool faulted = false;
             outcome.datagrams = m_faults.shape(answer.reply, answer.kind == SimAnswer::Kind::Read, &faulted);
             outcome.delayMs = qMax(0, m_faults.faults().delayMs);
-            m_counters.faults += faulted ? 1 : 0;
+            outcome.holdMs = outcome.datagrams.isEmpty() ? 0 : holdMs;
+            m_counters.faults += faulted || outcome.holdMs > 0 ? 1 : 0;
         }
     }
     if (answer.kind == SimAnswer::Kind::Invalid)
@@ -61,6 +66,22 @@ bool SimCore::presetTag(const QString &assignment, QString *error)
         return false;
     QMutexLocker lock(&m_mutex);
     m_controller.memory().write(parsed.area, parsed.address, parsed.bytes.constData(), parsed.bytes.size());
+    return true;
+}
+
+bool SimCore::fillSelfDescribing(int controller)
+{
+    if (controller < 0 || controller > SimSelfDescribing::kLastController) {
+        qCWarning(lcSim, "self-describing fill refused: controller %d is not in 0..%d", controller,
+                  SimSelfDescribing::kLastController);
+        return false;
+    }
+    QMutexLocker lock(&m_mutex);
+    for (const SorvikProtocol::Area &area : SorvikProtocol::kAreas) {
+        const int size = m_controller.memory().regionSize(area.code);
+        const QByteArray fill = SimSelfDescribing::bytes(controller, area.code, 0, size);
+        m_controller.memory().write(area.code, 0, fill.constData(), fill.size());
+    }
     return true;
 }
 

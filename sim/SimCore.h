@@ -10,10 +10,12 @@
 #include <QString>
 
 // What goes out for one request: datagrams (or runs of bytes on a terminal)
-// in order, after a delay. No datagrams means silence.
+// in order, after a delay. No datagrams means silence. A held reply waits
+// `holdMs` more, apart from the others, so later replies overtake it.
 struct SimOutcome {
     QList<QByteArray> datagrams;
     int delayMs = 0;
+    int holdMs = 0;
 };
 
 // The controller with its records, faults and scripted replies behind one
@@ -29,6 +31,7 @@ public:
     QByteArray memory(int area, int address, int length) const;
     bool presetTag(const QString &assignment, QString *error);
     void clearMemory();
+    bool fillSelfDescribing(int controller);
 
     QList<QByteArray> frames() const;
     int frameCount() const;

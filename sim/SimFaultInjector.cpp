@@ -7,15 +7,38 @@ namespace {
 // Bytes appended after a full-size reply by the over-long fault.
 constexpr int kOverlongExtra = 128;
 constexpr char kGarbage = char(0xA5);
+// Sets the late generator apart from the one of the other faults.
+constexpr quint32 kLateStream = 0x1a7e;
+
+void seedLate(std::mt19937 *random, quint32 seed)
+{
+    std::seed_seq sequence{seed, kLateStream};
+    random->seed(sequence);
+}
 
 } // namespace
 
-SimFaultInjector::SimFaultInjector() : m_random(m_faults.seed) {}
+SimFaultInjector::SimFaultInjector() : m_random(m_faults.seed)
+{
+    seedLate(&m_lateRandom, m_faults.seed);
+}
 
 void SimFaultInjector::setFaults(const SimFaults &faults)
 {
     m_faults = faults;
     m_random.seed(faults.seed);
+    seedLate(&m_lateRandom, faults.seed);
+    m_requests = 0;
+}
+
+int SimFaultInjector::holdFor()
+{
+    ++m_requests;
+    const bool drawn =
+        m_faults.lateShare > 0.0 && std::generate_canonical<double, 32>(m_lateRandom) < m_faults.lateShare;
+    // A request both named and drawn is held the longer of the two.
+    const int named = qMax(0, m_faults.lateReplies.value(m_requests, 0));
+    return qMax(named, drawn ? qMax(0, m_faults.lateShareMs) : 0);
 }
 
 bool SimFaultInjector::draw(double share)

@@ -21,10 +21,18 @@ public:
     // The datagrams to send, in order; none when the reply is withheld.
     // `*faulted` tells whether a fault withheld, changed or delayed it.
     QList<QByteArray> shape(const QByteArray &reply, bool isReadReply, bool *faulted);
+    // Counts one read or write request and tells how long its reply is held
+    // back apart from the others (0: not held). Called for every such request,
+    // so which ones are late depends only on their numbers and the seed.
+    int holdFor();
 
 private:
     bool draw(double share);
 
     SimFaults m_faults;
     std::mt19937 m_random;
+    // Late replies draw from a generator of their own, so that turning them on
+    // leaves the drops and wrong identities of a seed where they were.
+    std::mt19937 m_lateRandom;
+    int m_requests = 0;
 };

@@ -8,7 +8,9 @@
 
 #include <QTimer>
 
-SimServer::SimServer(SimCore *core) : m_core(core), m_delayTimer(new QTimer(this))
+#include <limits>
+
+SimServer::SimServer(SimCore *core) : m_core(core), m_delayTimer(new QTimer(this)), m_held(new QObject(this))
 {
     m_delayTimer->setSingleShot(true);
     m_delayTimer->setTimerType(Qt::PreciseTimer);
@@ -54,6 +56,8 @@ void SimServer::stop()
 {
     m_delayTimer->stop();
     m_pending.clear();
+    delete m_held; // late replies of a stopped server never leave
+    m_held = new QObject(this);
     m_udp.reset();
     m_pty.reset();
     m_serial.reset();
@@ -74,6 +78,10 @@ void SimServer::serve(const QByteArray &frame, const SimTransport::Send &reply)
     SimOutcome outcome = m_core->take(frame);
     if (outcome.datagrams.isEmpty())
         return;
+    if (outcome.holdMs > 0) {
+        hold(std::move(outcome), reply);
+        return;
+    }
     if (outcome.delayMs <= 0 && m_pending.isEmpty()) {
         for (const QByteArray &datagram : qAsConst(outcome.datagrams))
             reply(datagram);
@@ -98,4 +106,17 @@ void SimServer::sendDue()
     }
     if (!m_pending.isEmpty())
         m_delayTimer->start(int(qMax<qint64>(0, m_pending.first().dueMs - now)));
+}
+
+void SimServer::hold(SimOutcome outcome, const SimTransport::Send &reply)
+{
+    auto *timer = new QTimer(m_held);
+    timer->setSingleShot(true);
+    timer->setTimerType(Qt::PreciseTimer);
+    connect(timer, &QTimer::timeout, this, [timer, datagrams = std::move(outcome.datagrams), reply] {
+        for (const QByteArray &datagram : datagrams)
+            reply(datagram);
+        timer->deleteLater();
+    });
+    timer->start(int(qMin<qint64>(std::numeric_limits<int>::max(), qint64(outcome.delayMs) + outcome.holdMs)));
 }

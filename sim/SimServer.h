@@ -12,6 +12,7 @@
 
 class QTimer;
 class SimCore;
+struct SimOutcome;
 class SimPtyTransport;
 class SimSerialTransport;
 class SimUdpTransport;
@@ -19,7 +20,8 @@ class SimUdpTransport;
 // Lives on the simulator's thread: owns the transports, hands their frames to
 // the core and sends what comes back, at once or after the set delay. Delayed
 // replies wait in a queue served by a timer, so requests that come in the
-// meantime are still taken and recorded.
+// meantime are still taken and recorded. Late replies wait apart, each on a
+// timer of its own, and leave whenever it runs out, after later replies.
 class SimServer : public QObject
 {
 public:
@@ -42,6 +44,7 @@ private:
     SimTransport::FrameHandler frameHandler();
     void serve(const QByteArray &frame, const SimTransport::Send &reply);
     void sendDue();
+    void hold(SimOutcome outcome, const SimTransport::Send &reply);
 
     SimCore *m_core;
     std::unique_ptr<SimUdpTransport> m_udp;
@@ -49,5 +52,6 @@ private:
     std::unique_ptr<SimSerialTransport> m_serial;
     QList<Pending> m_pending; // in the order of their requests
     QTimer *m_delayTimer;
+    QObject *m_held; // parent of the timers of late replies
     QElapsedTimer m_clock;
 };

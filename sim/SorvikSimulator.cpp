@@ -80,6 +80,11 @@ bool SorvikSimulator::presetTag(const QString &assignment, QString *error)
     return d->core.presetTag(assignment, error);
 }
 
+bool SorvikSimulator::fillSelfDescribing(int controller)
+{
+    return d->core.fillSelfDescribing(controller);
+}
+
 void SorvikSimulator::clearMemory()
 {
     d->core.clearMemory();

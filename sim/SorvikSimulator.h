@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QHostAddress>
 #include <QList>
+#include <QMap>
 #include <QString>
 
 #include <memory>
@@ -11,24 +12,31 @@
 // are drawn from a generator seeded with `seed`, so runs repeat.
 struct SimFaults {
     quint32 seed = 1;
-    bool silent = false;            // answer nothing at all
-    double dropShare = 0.0;         // replies not sent
-    int delayMs = 0;                // wait before every reply
-    double wrongIdentityShare = 0.0;// replies whose bytes 0 and 1 are wrong
-    int truncateTo = -1;            // cut every reply to this many bytes (-1 off)
-    bool padReplies = false;        // pad read replies to 1472 bytes
-    bool overlongReplies = false;   // append garbage beyond 1472 bytes
-    bool extraDatagram = false;     // send every reply twice
-    bool emptyDatagramFirst = false;// send an empty datagram before every reply
+    bool silent = false;             // answer nothing at all
+    double dropShare = 0.0;          // replies not sent
+    int delayMs = 0;                 // wait before every reply
+    double wrongIdentityShare = 0.0; // replies whose bytes 0 and 1 are wrong
+    int truncateTo = -1;             // cut every reply to this many bytes (-1 off)
+    bool padReplies = false;         // pad read replies to 1472 bytes
+    bool overlongReplies = false;    // append garbage beyond 1472 bytes
+    bool extraDatagram = false;      // send every reply twice
+    bool emptyDatagramFirst = false; // send an empty datagram before every reply
+    // Late replies: held back while later requests are answered at once, so a
+    // late reply arrives after the replies to requests sent after it.
+    // Requests are numbered from 1, reads and writes only (no handshakes),
+    // from the last setFaults; the share is drawn per request from the seed.
+    QMap<int, int> lateReplies; // request number -> milliseconds held
+    double lateShare = 0.0;     // share of replies held lateShareMs
+    int lateShareMs = 0;
 };
 
 struct SimCounters {
-    int frames = 0;     // every request received, handshake included
+    int frames = 0; // every request received, handshake included
     int handshakes = 0;
     int reads = 0;
     int writes = 0;
-    int invalid = 0;    // frames answered by silence because they made no sense
-    int faults = 0;     // replies changed or withheld by a fault
+    int invalid = 0; // frames answered by silence because they made no sense
+    int faults = 0;  // replies changed or withheld by a fault
 };
 
 // A Sorvik controller stand-in that serves the real protocol over UDP, a
@@ -57,6 +65,10 @@ public:
     // "AI1=int32:42", "DI3=bool:1", "SI2=string:abc", "NAI1=float:1.5,2.5" ...
     bool presetTag(const QString &assignment, QString *error = nullptr);
     void clearMemory();
+    // Fills all memory so that every value names this controller (0..199), its
+    // area and its address; see SimSelfDescribing. Later presets and writes
+    // still change it. False, and nothing changed, for an id out of range.
+    bool fillSelfDescribing(int controller);
 
     // What came in.
     QList<QByteArray> frames() const;

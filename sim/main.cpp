@@ -2,6 +2,7 @@
 // serial port, with preset memory and optional faults.
 
 #include "SimLiveValues.h"
+#include "SimSelfDescribing.h"
 #include "SorvikSimulator.h"
 
 #include <QCommandLineParser>
@@ -72,14 +73,25 @@ struct Options {
     QCommandLineOption extraDatagram{"extra-datagram", "Send every reply twice."};
     QCommandLineOption emptyFirst{"empty-first", "Send an empty datagram before every reply."};
     QCommandLineOption silent{"silent", "Answer nothing at all."};
+    QCommandLineOption late{"late",
+                            "Hold the reply to the N-th read or write request (from 1, handshakes not counted) "
+                            "for MS milliseconds while later requests are answered at once (repeatable).",
+                            "N:MS"};
+    QCommandLineOption lateShare{"late-share", "Hold a share (0 to 1, drawn by --seed) of replies MS milliseconds.",
+                                 "SHARE:MS"};
+    QCommandLineOption selfDescribing{"self-describing",
+                                      "Fill the memory so that every value names controller ID (0 to 199), its area "
+                                      "and its address; --set and --preset-file still win.",
+                                      "ID"};
     QCommandLineOption live{"live", "Run a small demo process: inputs (AI, DI, SA, NAI, SI) that change over time."};
     QCommandLineOption logFrames{"log-frames", "Log every frame in and out as hexadecimal text on stderr."};
 
     void addTo(QCommandLineParser *parser) const
     {
         for (const QCommandLineOption *option :
-             {&address, &port, &pty, &serial, &set, &presetFile, &seed, &drop, &delay, &wrongIdentity, &truncate, &pad,
-              &overlong, &extraDatagram, &emptyFirst, &silent, &live, &logFrames})
+             {&address,        &port,     &pty,      &serial,   &set,           &presetFile, &seed,   &drop, &delay,
+              &wrongIdentity,  &truncate, &pad,      &overlong, &extraDatagram, &emptyFirst, &silent, &late, &lateShare,
+              &selfDescribing, &live,     &logFrames})
             parser->addOption(*option);
     }
 };
@@ -109,6 +121,30 @@ double shareOption(const QCommandLineParser &parser, const QCommandLineOption &o
     return value;
 }
 
+constexpr qlonglong kLongestHoldMs = 3600 * 1000;
+
+// "N:MS" of --late, or "SHARE:MS" of --late-share: the part before the colon
+// as `first` (a whole number or a share), the milliseconds after it.
+void splitLate(const QString &option, const QString &text, bool shareFirst, double *first, int *ms)
+{
+    const QStringList parts = text.split(QLatin1Char(':'));
+    bool ok = parts.size() == 2;
+    if (ok && shareFirst) {
+        *first = parts[0].toDouble(&ok);
+        ok = ok && *first >= 0.0 && *first <= 1.0;
+    } else if (ok) {
+        *first = double(parts[0].toInt(&ok));
+        ok = ok && *first >= 1;
+    }
+    const qlonglong wait = ok ? parts[1].toLongLong(&ok) : 0;
+    if (!ok || wait < 0 || wait > kLongestHoldMs)
+        throw BadUsage(QStringLiteral("--%1 wants %2:MS with MS from 0 to %3, not \"%4\"")
+                           .arg(option, shareFirst ? QStringLiteral("SHARE (0 to 1)") : QStringLiteral("N (from 1)"))
+                           .arg(kLongestHoldMs)
+                           .arg(text));
+    *ms = int(wait);
+}
+
 SimFaults faultsFrom(const QCommandLineParser &parser, const Options &o)
 {
     SimFaults faults;
@@ -116,7 +152,7 @@ SimFaults faultsFrom(const QCommandLineParser &parser, const Options &o)
     if (parser.isSet(o.drop))
         faults.dropShare = shareOption(parser, o.drop);
     if (parser.isSet(o.delay))
-        faults.delayMs = int(integerOption(parser, o.delay, 0, 3600 * 1000));
+        faults.delayMs = int(integerOption(parser, o.delay, 0, kLongestHoldMs));
     if (parser.isSet(o.wrongIdentity))
         faults.wrongIdentityShare = shareOption(parser, o.wrongIdentity);
     if (parser.isSet(o.truncate))
@@ -126,11 +162,23 @@ SimFaults faultsFrom(const QCommandLineParser &parser, const Options &o)
     faults.extraDatagram = parser.isSet(o.extraDatagram);
     faults.emptyDatagramFirst = parser.isSet(o.emptyFirst);
     faults.silent = parser.isSet(o.silent);
+    for (const QString &text : parser.values(o.late)) {
+        double request = 0;
+        int ms = 0;
+        splitLate(QStringLiteral("late"), text, false, &request, &ms);
+        faults.lateReplies.insert(int(request), ms); // the last of several for one request counts
+    }
+    if (parser.isSet(o.lateShare))
+        splitLate(QStringLiteral("late-share"), parser.value(o.lateShare), true, &faults.lateShare,
+                  &faults.lateShareMs);
     return faults;
 }
 
 void presetFrom(const QCommandLineParser &parser, const Options &o, SorvikSimulator *sim)
 {
+    // The fill comes first, so that presets are written over it.
+    if (parser.isSet(o.selfDescribing))
+        sim->fillSelfDescribing(int(integerOption(parser, o.selfDescribing, 0, SimSelfDescribing::kLastController)));
     QString error;
     if (parser.isSet(o.presetFile)) {
         const QString path = parser.value(o.presetFile);

@@ -3,6 +3,8 @@
 
 #include "TestSupport.h"
 #include "link/SorvikProtocol.h"
+#include "sim/SimMemory.h"
+#include "sim/SimSelfDescribing.h"
 #include "sim/SorvikSimulator.h"
 
 #include <QElapsedTimer>
@@ -275,6 +277,131 @@ private slots:
         QCOMPARE(receive(2), (QList<QByteArray>{hex("0401"), readReply(hex("00"))}));
         QVERIFY(clock.elapsed() >= 500);
         QCOMPARE(m_sim->counters().faults, 2);
+    }
+
+    // The held reply comes after the reply to the request behind it; handshakes are not counted.
+    void lateReplyArrivesAfterTheNextReply()
+    {
+        m_sim->preset(7, 0, hex("1122"));
+        SimFaults faults;
+        faults.lateReplies.insert(1, 300);
+        m_sim->setFaults(faults);
+        send(hex("0401"));
+        send(readFrame(7, 0, 1));
+        send(readFrame(7, 1, 1));
+        QCOMPARE(receive(3), (QList<QByteArray>{hex("0401"), readReply(hex("22")), readReply(hex("11"))}));
+        QCOMPARE(m_sim->counters().faults, 1);
+
+        // Counting starts again with the faults; a write counts as a request, and a dropped reply stays dropped.
+        faults.lateReplies = {{2, 300}};
+        faults.dropShare = 1.0;
+        m_sim->setFaults(faults);
+        send(writeFrame(7, 4, hex("33")));
+        send(readFrame(7, 4, 1));
+        QTRY_COMPARE(m_sim->frameCount(), 5);
+        QCOMPARE(receive(1, 400), QList<QByteArray>());
+        QCOMPARE(m_sim->memory(7, 4, 1), hex("33"));
+    }
+
+    // Replies that leave before a handshake sent behind all requests were not held.
+    void lateShareRepeatsWithTheSeed()
+    {
+        constexpr int kRequests = 32;
+        for (int i = 0; i < kRequests; ++i)
+            m_sim->preset(7, i, QByteArray(1, char(i)));
+        QString pattern[3];
+        const quint32 seeds[3] = {7, 7, 8};
+        for (int run = 0; run < 3; ++run) {
+            SimFaults faults;
+            faults.seed = seeds[run];
+            faults.lateShare = 0.5;
+            faults.lateShareMs = 1500;
+            m_sim->setFaults(faults);
+            pattern[run].fill('x', kRequests);
+            for (int i = 0; i < kRequests; ++i)
+                send(readFrame(7, i, 1));
+            send(hex("0401"));
+            bool held = false;
+            for (const QByteArray &reply : receive(kRequests + 1, 3000)) {
+                if (reply == hex("0401"))
+                    held = true;
+                else if (held)
+                    pattern[run][quint8(reply.at(4)) % kRequests] = 'L';
+            }
+        }
+        QCOMPARE(pattern[0], pattern[1]);
+        QVERIFY(pattern[0] != pattern[2]);
+        QVERIFY2(pattern[0].count('L') > 4 && pattern[0].count('x') > 4, qPrintable(pattern[0]));
+    }
+
+    // Every value names its controller, area and element; the fill is what the wire serves.
+    void selfDescribingMemory_data()
+    {
+        QTest::addColumn<int>("area");
+        QTest::addColumn<int>("address");
+        QTest::addColumn<QByteArray>("bytes");
+        const auto le32 = [](qint32 v) {
+            QByteArray b(4, '\0');
+            qToLittleEndian(v, b.data());
+            return b;
+        };
+        QTest::newRow("AI3 word") << 7 << 8 << le32(70700003);
+        QTest::newRow("NAO1000 word") << 18 << 3996 << le32(71801000);
+        QTest::newRow("AO_F1, no group, as a word") << 11 << 0 << le32(71100001);
+        QTest::newRow("across AI1 and AI2") << 7 << 2 << (le32(70700001).mid(2) + le32(70700002).left(2));
+        QTest::newRow("SA2 pair") << 14 << 2 << hex("c208"); // 7*320 + 2 = 2242
+        QTest::newRow("SI2 text") << 28 << 256 << hex("066337205349320000");
+        QTest::newRow("SI5 end") << 28 << 1279 << hex("00");
+    }
+
+    void selfDescribingMemory()
+    {
+        QFETCH(int, area);
+        QFETCH(int, address);
+        QFETCH(QByteArray, bytes);
+        QVERIFY(m_sim->fillSelfDescribing(7));
+        QCOMPARE(SimSelfDescribing::bytes(7, area, address, bytes.size()).toHex(), bytes.toHex());
+        QCOMPARE(exchange(readFrame(area, address, bytes.size())).toHex(), readReply(bytes).toHex());
+    }
+
+    void selfDescribingFillsEveryArea()
+    {
+        QVERIFY(m_sim->fillSelfDescribing(199));
+        for (const SorvikProtocol::Area &area : SorvikProtocol::kAreas) {
+            const int size = SimMemory::regionSizeOf(area.code);
+            const QByteArray held = m_sim->memory(area.code, 0, size);
+            QVERIFY2(held == SimSelfDescribing::bytes(199, area.code, 0, size), area.prefix);
+            // No element of more than one byte is zero, and no bit run is constant.
+            const int width = SorvikProtocol::isBitArea(area.code)    ? 1
+                              : SorvikProtocol::isPairArea(area.code) ? 2
+                              : area.code == 28                       ? 256
+                                                                      : 4;
+            for (int at = 0; width > 1 && at < size; at += width)
+                QVERIFY2(held.mid(at, width) != QByteArray(width, '\0'), area.prefix);
+            if (width == 1) {
+                QVERIFY2(held.left(64).contains('\1') && held.left(64).contains('\0'), area.prefix);
+                QVERIFY2(held.left(64) != held.mid(1, 64), area.prefix);
+                QVERIFY2(held.left(64) != SimSelfDescribing::bytes(198, area.code, 0, 64), area.prefix);
+            }
+        }
+        // The SA value tells the controller back.
+        QCOMPARE((SimSelfDescribing::pair(199, 14, 320) - 1) / 320, 199);
+        QCOMPARE(SimSelfDescribing::pair(0, 14, 1), quint16(1));
+    }
+
+    // Presets and writes change a filled memory as any other; a bad controller id changes nothing.
+    void selfDescribingGivesWayToPresets()
+    {
+        QVERIFY(m_sim->presetTag("AI2=int32:5"));
+        QVERIFY(!m_sim->fillSelfDescribing(200));
+        QVERIFY(!m_sim->fillSelfDescribing(-1));
+        QCOMPARE(m_sim->memory(7, 0, 8), hex("0000000005000000"));
+        QVERIFY(m_sim->fillSelfDescribing(3));
+        QVERIFY(m_sim->presetTag("AI2=int32:5"));
+        QCOMPARE(exchange(writeFrame(7, 8, hex("06000000"))), hex("02010000"));
+        QCOMPARE(m_sim->memory(7, 0, 16), SimSelfDescribing::bytes(3, 7, 0, 4) + hex("0500000006000000") +
+                                              SimSelfDescribing::bytes(3, 7, 12, 4));
+        QCOMPARE(SimSelfDescribing::bytes(3, 7, 318, 4), QByteArray()); // beyond AI
     }
 
     void badPresetsAreRefused_data()
