@@ -25,10 +25,10 @@ Cell Cells::null()
     return {QString(), QStringLiteral("null"), QStringLiteral("-")};
 }
 
-Cell Cells::list(const QStringList &texts, const QStringList &json)
+Cell Cells::list(const QStringList &texts, const QStringList &csv, const QStringList &json)
 {
-    const QString text = texts.join(QLatin1Char(','));
-    return {text, QLatin1Char('[') + json.join(QLatin1Char(',')) + QLatin1Char(']'), text};
+    return {csv.join(QLatin1Char(',')), QLatin1Char('[') + json.join(QLatin1Char(',')) + QLatin1Char(']'),
+            texts.join(QLatin1Char(','))};
 }
 
 Output::Output(OutputFormat format, QTextStream &out, QTextStream &err) : m_format(format), m_out(out), m_err(err) {}

@@ -21,8 +21,9 @@ Cell text(const QString &text);
 Cell number(qlonglong value);
 Cell number(double value);
 Cell null();
-// A list: elements joined by commas as text, a JSON array.
-Cell list(const QStringList &texts, const QStringList &json);
+// A list: elements joined by commas as text (`csv` for CSV, `texts` for a
+// table), a JSON array.
+Cell list(const QStringList &texts, const QStringList &csv, const QStringList &json);
 } // namespace Cells
 
 using Fields = QVector<QPair<QString, Cell>>;

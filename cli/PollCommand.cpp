@@ -98,7 +98,7 @@ int Commands::poll(const CommandContext &context)
         for (const Induction::SReadInfo &info : plan.tags) {
             // A bit block whose read failed gives its tags no record: they show as not done.
             CLabelVariable record = results.value(info);
-            QVector<Cell> cells = RecordRows::cells(info.tag, info.dataType, record);
+            QVector<Cell> cells = RecordRows::cells(info.tag, info.dataType, 1, record);
             if (output.format() != OutputFormat::Table)
                 cells.prepend(Cells::number(qlonglong(cycle)));
             output.addRow(cells);

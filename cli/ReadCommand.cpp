@@ -12,7 +12,7 @@ int Commands::read(const CommandContext &context)
     for (const TagItem &item : context.items) {
         const CLabelVariable record =
             context.drive->ReadVariable(item.tag, static_cast<DataType>(item.dataType), item.count);
-        context.output.addRow(RecordRows::cells(item.tag, item.dataType, record));
+        context.output.addRow(RecordRows::cells(item.tag, item.dataType, item.count, record));
         outcome.addStatus(record.status);
     }
     context.output.endTable();

@@ -1,13 +1,19 @@
 #include "RecordRows.h"
 
-#include "StatusText.h"
 #include "TypeNames.h"
 #include "ValueFormatting.h"
+#include "host/RecordStatus.h"
 
 QStringList RecordRows::columns()
 {
     return {QStringLiteral("tag"),     QStringLiteral("type"),  QStringLiteral("status"),
             QStringLiteral("meaning"), QStringLiteral("value"), QStringLiteral("time")};
+}
+
+QString RecordRows::typeText(int dataType, int count)
+{
+    const QString name = TypeNames::name(dataType);
+    return count > 1 ? QStringLiteral("%1x%2").arg(name).arg(count) : name;
 }
 
 // CSV and JSON carry the local time with its offset; a table shows the time of day.
@@ -20,19 +26,23 @@ Cell RecordRows::time(const QDateTime &time)
     return cell;
 }
 
-QVector<Cell> RecordRows::cells(const QString &tag, int dataType, const CLabelVariable &record)
+QVector<Cell> RecordRows::cells(const QString &tag, int dataType, int count, const CLabelVariable &record,
+                                const QString &note)
 {
-    const ValueText value = ValueFormatting::format(record.value, dataType);
-    return {Cells::text(tag),
-            Cells::text(TypeNames::name(dataType)),
-            Cells::number(qlonglong(record.status)),
-            Cells::text(StatusText::meaning(record.status)),
-            record.value.isValid() ? Cells::list(value.texts, value.json) : Cells::null(),
-            time(record.time)};
+    ValueText value;
+    if (record.status == RecordStatus::Ok)
+        value = ValueFormatting::format(record.value, dataType);
+    QString meaning = QLatin1String(RecordStatus::meaning(record.status));
+    if (!note.isEmpty())
+        meaning += QStringLiteral(" (%1)").arg(note);
+    return {
+        Cells::text(tag),     Cells::text(typeText(dataType, count)),          Cells::number(qlonglong(record.status)),
+        Cells::text(meaning), Cells::list(value.texts, value.csv, value.json), time(record.time)};
 }
 
-QVector<Cell> RecordRows::withoutRecord(const QString &tag, int dataType, const QString &why)
+QVector<Cell> RecordRows::withoutRecord(const QString &tag, int dataType, int count, const QString &why)
 {
-    return {Cells::text(tag), Cells::text(TypeNames::name(dataType)), Cells::null(), Cells::text(why), Cells::null(),
-            Cells::null()};
+    return {Cells::text(tag),        Cells::text(typeText(dataType, count)),
+            Cells::null(),           Cells::text(why),
+            Cells::list({}, {}, {}), Cells::null()};
 }

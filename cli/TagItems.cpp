@@ -1,12 +1,11 @@
 #include "TagItems.h"
 
 #include "CsvFields.h"
+#include "TagAddress.h"
 #include "TagText.h"
 #include "TypeNames.h"
 #include "ValueParsing.h"
 #include "host/DataType.h"
-
-#include <QRegularExpression>
 
 namespace {
 
@@ -15,29 +14,41 @@ bool writes(TagSyntax syntax)
     return syntax == TagSyntax::Write || syntax == TagSyntax::WritePlan;
 }
 
-// "int32" or, for reads, "int32x4".
+// "int32", or with a count "int32x4": reads take any count, writes a count
+// that matches their values; the planning commands take one element a tag.
 bool parseType(const QString &text, TagSyntax syntax, TagItem *item, QString *why)
 {
-    static const QRegularExpression counted(QStringLiteral("^([A-Za-z0-9]+?)x([0-9]+)$"));
+    // No type name holds an x, so the last one starts the count.
+    const int x = text.lastIndexOf(QLatin1Char('x'), -1, Qt::CaseInsensitive);
     QString name = text;
-    const QRegularExpressionMatch match = counted.match(text);
-    if (match.hasMatch() && TypeNames::fromName(match.captured(1)) != TYPE_NONE) {
-        if (syntax != TagSyntax::Read) {
-            *why = QStringLiteral("a count (\"x%1\") is taken by read only").arg(match.captured(2));
+    if (x > 0 && TypeNames::fromName(text.left(x)) != TYPE_NONE) {
+        name = text.left(x);
+        const QString countText = text.mid(x + 1);
+        if (syntax == TagSyntax::Plan || syntax == TagSyntax::WritePlan) {
+            *why = QStringLiteral("a count (\"x%1\") is taken by read and write only: the planner lays one "
+                                  "element per tag")
+                       .arg(countText);
             return false;
         }
         bool ok = false;
-        const int count = match.captured(2).toInt(&ok);
+        const int count = countText.toInt(&ok);
         if (!ok || count < 1 || count > TagItems::kMostElements) {
-            *why = QStringLiteral("a count runs from 1 to %1").arg(TagItems::kMostElements);
+            *why = QStringLiteral("bad count \"%1\": a count runs from 1 to %2")
+                       .arg(countText)
+                       .arg(TagItems::kMostElements);
             return false;
         }
-        name = match.captured(1);
         item->count = count;
     }
     item->dataType = TypeNames::fromName(name);
     if (item->dataType == TYPE_NONE) {
         *why = QStringLiteral("unknown type \"%1\" (types: %2)").arg(name, TypeNames::all().join(QLatin1Char(' ')));
+        return false;
+    }
+    // Each string travels in a block of 256 bytes and one reply holds at
+    // most 1467 bytes: a sixth string would never be answered.
+    if (item->dataType == TYPE_STRING && item->count > TagItems::kMostStrings) {
+        *why = QStringLiteral("bad count: at most %1 strings fit one reply").arg(TagItems::kMostStrings);
         return false;
     }
     return true;
@@ -51,19 +62,29 @@ bool parseValues(const QStringList &texts, TagSyntax syntax, TagItem *item, QStr
     }
     // The planner lays one element per tag, and a string write carries one
     // text per request: further values would be dropped or shifted.
-    if ((syntax == TagSyntax::WritePlan || item->dataType == TYPE_STRING) && texts.size() > 1) {
-        *why = syntax == TagSyntax::WritePlan ? QStringLiteral("write-plan takes one value per tag")
-                                              : QStringLiteral("a string tag takes one text per write");
+    if (syntax == TagSyntax::WritePlan && texts.size() > 1) {
+        *why = QStringLiteral("write-plan takes one value per tag");
         return false;
     }
-    if (texts.size() > TagItems::kMostElements) {
-        *why = QStringLiteral("at most %1 values fit one write").arg(TagItems::kMostElements);
+    if (item->dataType == TYPE_STRING && (texts.size() > 1 || item->count > 1)) {
+        *why = QStringLiteral("a string tag takes one text per write");
+        return false;
+    }
+    // Several values only with a count that says so: a stray comma would
+    // otherwise write the next element too.
+    if (texts.size() != item->count) {
+        *why = item->count == 1 ? QStringLiteral("%1 values for one element: to write %1 elements give the count, "
+                                                 "as %2:%3x%1=...")
+                                      .arg(texts.size())
+                                      .arg(item->tag, TypeNames::name(item->dataType))
+                                : QStringLiteral("the count says %1 elements but %2 values are given")
+                                      .arg(item->count)
+                                      .arg(texts.size());
         return false;
     }
     if (!ValueParsing::parse(item->dataType, texts, &item->value, why))
         return false;
-    item->count = texts.size();
-    return true;
+    return TagAddress::carriesAll(item->tag, item->dataType, item->count, why);
 }
 
 bool build(const QString &tag, const QString &type, const QStringList *values, TagSyntax syntax, TagItem *item,
@@ -76,6 +97,10 @@ bool build(const QString &tag, const QString &type, const QStringList *values, T
     }
     if (!parseType(type, syntax, item, why))
         return false;
+    if (!TagAddress::check(tag, item->dataType, item->count, writes(syntax), why)) {
+        *why = QStringLiteral("bad tag \"%1\": %2").arg(tag, *why);
+        return false;
+    }
     if (!writes(syntax))
         return true;
     if (!values) {

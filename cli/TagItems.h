@@ -18,13 +18,15 @@ struct TagItem {
 enum class TagSyntax {
     Read,     // TAG:TYPE[xCOUNT]
     Plan,     // TAG:TYPE, one element each, as the planner takes them
-    Write,    // TAG:TYPE=VALUE[,VALUE...]
+    Write,    // TAG:TYPE=VALUE or TAG:TYPExCOUNT=VALUE,VALUE...
     WritePlan // TAG:TYPE=VALUE, one value each, as the planner takes them
 };
 
 namespace TagItems {
 // The most elements one request can carry: a transfer of 1468 bytes or more is refused.
 constexpr int kMostElements = 1467;
+// The most strings one reply carries: each takes a block of 256 bytes.
+constexpr int kMostStrings = 5;
 
 // One command-line argument.
 bool fromArgument(const QString &argument, TagSyntax syntax, TagItem *item, QString *why);

@@ -1,5 +1,6 @@
 #include "ValueFormatting.h"
 
+#include "CsvFields.h"
 #include "host/DataType.h"
 #include "host/ValueLists.h"
 
@@ -25,24 +26,30 @@ template <typename F> QString jsonNumber(F value)
 void append(ValueText *out, bool value)
 {
     out->texts << (value ? QStringLiteral("1") : QStringLiteral("0"));
+    out->csv << out->texts.last();
     out->json << (value ? QStringLiteral("true") : QStringLiteral("false"));
 }
 
 void append(ValueText *out, const QString &value)
 {
     out->texts << ValueFormatting::printable(value);
+    // RFC 4180 knows no escapes: the text goes as it is, and a list of
+    // several is itself a CSV line inside the (then quoted) value field.
+    out->csv << CsvFields::quote(value);
     out->json << ValueFormatting::jsonString(value);
 }
 
 void append(ValueText *out, float value)
 {
     out->texts << shortestText(value);
+    out->csv << out->texts.last();
     out->json << jsonNumber(value);
 }
 
 void append(ValueText *out, double value)
 {
     out->texts << shortestText(value);
+    out->csv << out->texts.last();
     out->json << jsonNumber(value);
 }
 
@@ -52,6 +59,7 @@ template <typename T> void append(ValueText *out, T value)
     using Number = std::conditional_t<std::is_signed<T>::value, qlonglong, qulonglong>;
     const QString text = QString::number(Number(value));
     out->texts << text;
+    out->csv << text;
     out->json << text;
 }
 

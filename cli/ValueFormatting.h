@@ -7,7 +7,8 @@
 // The elements of a value list as text and as JSON, by the list type that
 // the value actually holds.
 struct ValueText {
-    QStringList texts; // for tables and CSV: numbers, 1/0, texts with control characters escaped
+    QStringList texts; // for tables: numbers, 1/0, texts with control characters escaped
+    QStringList csv;   // for CSV: the same, but texts as they are, quoted when they hold a comma or quote
     QStringList json;  // JSON values: numbers, true/false, quoted strings
 };
 

@@ -94,9 +94,11 @@ bool parseElement(const QString &text, double *value)
 
 bool parseElement(const QString &text, QString *value)
 {
+    // The drive writes a text as Latin-1 and reads it back as UTF-8: only
+    // ASCII means the same both ways ("Grüße" would come back broken).
     for (const QChar c : text)
-        if (c.unicode() > 0xFF)
-            return false; // the wire carries Latin-1: anything else would arrive as '?'
+        if (c.unicode() > 0x7F)
+            return false;
     if (text.size() > ValueParsing::kLongestString)
         return false;
     *value = text;
@@ -117,7 +119,10 @@ QString rangeHint(int dataType)
     case 9: return QStringLiteral("-9223372036854775808 to 9223372036854775807");
     case 10: return QStringLiteral("0 to 18446744073709551615");
     case 11: return QStringLiteral("a number");
-    case 12: return QStringLiteral("Latin-1 text of at most %1 characters").arg(ValueParsing::kLongestString);
+    case 12:
+        return QStringLiteral("ASCII text of at most %1 characters; the drive reads other characters back "
+                              "differently from how it writes them")
+            .arg(ValueParsing::kLongestString);
     default: return QString();
     }
 }

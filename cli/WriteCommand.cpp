@@ -17,7 +17,7 @@ int Commands::write(const CommandContext &context)
         label.value = item.value;
         const CLabelVariable record =
             context.drive->WriteVariable(item.tag, static_cast<DataType>(item.dataType), label, item.count);
-        context.output.addRow(RecordRows::cells(item.tag, item.dataType, record));
+        context.output.addRow(RecordRows::cells(item.tag, item.dataType, item.count, record));
         outcome.addStatus(record.status);
     }
     context.output.endTable();

@@ -70,12 +70,12 @@ int Commands::writePlan(const CommandContext &context)
             // The record is the block's; the tag's own value is what it shows.
             CLabelVariable record = entry.first;
             record.value = info.value;
-            cells = RecordRows::cells(info.tag, info.dataType, record);
+            cells = RecordRows::cells(info.tag, info.dataType, 1, record);
             cells.append(Cells::text(entry.second));
             outcome.addStatus(entry.first.status);
         } else {
             // Neither written nor refused: the planner left the tag out of every block.
-            cells = RecordRows::withoutRecord(info.tag, info.dataType,
+            cells = RecordRows::withoutRecord(info.tag, info.dataType, 1,
                                               refused.value(key, QStringLiteral("left out by the planner")));
             cells.append(Cells::null());
             outcome.addRefused();
