@@ -4,6 +4,7 @@
 // lower-case hexadecimal text without separators.
 
 #include <QByteArray>
+#include <QDebug>
 #include <QHostAddress>
 #include <QString>
 #include <QtGlobal>
@@ -19,13 +20,16 @@ inline QString frameLine(const QString &pattern, const QHostAddress &peer, int p
                        QString::fromLatin1(frame.toHex()));
 }
 
+// The line goes to the message handler as the one QString it is: a tag that
+// holds a NUL or an unpaired surrogate must not cut the line short or turn
+// into "?" on its way through a C string.
 inline void debug(const QString &text)
 {
-    qDebug("%s", qUtf8Printable(text));
+    qDebug().nospace().noquote() << text;
 }
 inline void warning(const QString &text)
 {
-    qWarning("%s", qUtf8Printable(text));
+    qWarning().nospace().noquote() << text;
 }
 
 } // namespace LinkLog
