@@ -1,12 +1,16 @@
-// Connects to a controller, writes one value and reads it back.
-//   sorvik-host ADDRESS:PORT
+// Links the drive library, connects to a controller, writes one value and
+// reads it back.
+//   sorvik-linked-host ADDRESS:PORT
 
 #include <host/CDriveBaseClass.h>
+
+#include <QCoreApplication>
 
 #include <cstdio>
 
 int main(int argc, char **argv)
 {
+    QCoreApplication app(argc, argv);
     if (argc != 2)
         return 1;
     CDriveBaseClass *drive = getSharedLibrary();
