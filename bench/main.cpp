@@ -9,6 +9,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QFileInfo>
 #include <QTextStream>
 
 #include <cstdio>
@@ -104,7 +105,9 @@ int main(int argc, char *argv[])
                          QStringLiteral("machine: %1 cores, %2; load %3 before, %4 after")
                              .arg(Machine::cores())
                              .arg(Machine::cpuModel(), loadBefore, Machine::loadAverage()),
-                         QStringLiteral("library: %1").arg(ctx.drives.fileName()), QString()});
+                         // The file's name alone: the table goes into the README, where the
+                         // folder of a build machine has no place.
+                         QStringLiteral("library: %1").arg(QFileInfo(ctx.drives.fileName()).fileName()), QString()});
     QTextStream out(stdout);
     out.setCodec("UTF-8");
     ctx.table.print(out);
