@@ -1,0 +1,242 @@
+#include "WriteCommand.h"
+
+#include "ConfigChecks.h"
+#include "host/ValueLists.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+// A JSON number is a double: beyond 2^53 it cannot name every integer, so
+// such values must come as decimal text.
+constexpr double kExactInteger = 9007199254740992.0;
+
+// The raw value of one element for an integer type: a whole number (or its
+// decimal text), inside the type's range.
+template <typename T> bool integer(const QJsonValue &v, T *out, QString *why)
+{
+    if (v.isString()) {
+        bool ok = false;
+        if constexpr (std::is_signed_v<T>) {
+            const qlonglong n = v.toString().toLongLong(&ok);
+            if (ok && n >= qlonglong(std::numeric_limits<T>::min()) && n <= qlonglong(std::numeric_limits<T>::max())) {
+                *out = T(n);
+                return true;
+            }
+        } else {
+            const QString text = v.toString();
+            const qulonglong n = text.startsWith(QLatin1Char('-')) ? 0 : text.toULongLong(&ok);
+            if (ok && n <= qulonglong(std::numeric_limits<T>::max())) {
+                *out = T(n);
+                return true;
+            }
+        }
+        *why = ok ? QStringLiteral("out of range") : QStringLiteral("not a whole number");
+        return false;
+    }
+    if (!v.isDouble()) {
+        *why = QStringLiteral("not a number");
+        return false;
+    }
+    double d = v.toDouble();
+    // Scaled values come back from engineering units with a little rounding
+    // noise; anything further from a whole number is refused, not rounded.
+    const double whole = std::round(d);
+    if (!std::isfinite(d) || std::fabs(d - whole) > 1e-6 * qMax(1.0, std::fabs(whole))) {
+        *why = QStringLiteral("not a whole number");
+        return false;
+    }
+    d = whole;
+    if (std::fabs(d) > kExactInteger) {
+        *why = QStringLiteral("beyond 2^53: give it as decimal text");
+        return false;
+    }
+    if (d < double(std::numeric_limits<T>::min()) || d > double(std::numeric_limits<T>::max())) {
+        *why = QStringLiteral("out of range");
+        return false;
+    }
+    *out = T(d);
+    return true;
+}
+
+template <typename T> bool one(const TagConfig &tag, const QJsonValue &given, T *out, QString *why)
+{
+    if constexpr (std::is_same_v<T, bool>) {
+        if (given.isBool()) {
+            *out = given.toBool();
+            return true;
+        }
+        *why = QStringLiteral("not true or false");
+        return false;
+    } else if constexpr (std::is_same_v<T, QString>) {
+        if (!given.isString()) {
+            *why = QStringLiteral("not a text");
+            return false;
+        }
+        const QString text = given.toString();
+        // The controller keeps a text as a length byte and one byte per
+        // character: printable ASCII only, at most 255 characters.
+        for (const QChar c : text)
+            if (c.unicode() < 0x20 || c.unicode() > 0x7e) {
+                *why = QStringLiteral("text holds a character outside printable ASCII");
+                return false;
+            }
+        if (text.size() > 255) {
+            *why = QStringLiteral("text longer than 255 characters");
+            return false;
+        }
+        *out = text;
+        return true;
+    } else {
+        QJsonValue v = given;
+        // A scaled tag is written in engineering units, as it is published.
+        const double scale = tag.scale.value_or(1.0);
+        const double offset = tag.offset.value_or(0.0);
+        if ((tag.scale || tag.offset) && v.isDouble()) {
+            if (scale == 0) {
+                *why = QStringLiteral("the tag's scale is 0: no raw value gives it");
+                return false;
+            }
+            v = (v.toDouble() - offset) / scale;
+        }
+        if constexpr (std::is_floating_point_v<T>) {
+            if (!v.isDouble() || !std::isfinite(v.toDouble())) {
+                *why = QStringLiteral("not a finite number");
+                return false;
+            }
+            const double d = v.toDouble();
+            if (std::fabs(d) > double(std::numeric_limits<T>::max())) {
+                *why = QStringLiteral("out of range");
+                return false;
+            }
+            *out = T(d);
+            return true;
+        } else {
+            return integer<T>(v, out, why);
+        }
+    }
+}
+
+} // namespace
+
+WriteCommand WriteCommand::parse(const QByteArray &payload, const ControllerConfig &controller, bool readOnly)
+{
+    WriteCommand command;
+    if (payload.size() > kMostBytes) {
+        command.refusal = QStringLiteral("command longer than %1 bytes").arg(kMostBytes);
+        return command;
+    }
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(payload, &error);
+    if (error.error != QJsonParseError::NoError) {
+        command.refusal = QStringLiteral("malformed JSON at byte %1: %2").arg(error.offset).arg(error.errorString());
+        return command;
+    }
+    if (!document.isObject()) {
+        command.refusal = QStringLiteral("not a JSON object");
+        return command;
+    }
+    const QJsonObject object = document.object();
+    const QJsonValue id = object.value(QStringLiteral("id"));
+    if (id.isString() || id.isDouble())
+        command.id = id;
+    for (auto it = object.constBegin(); it != object.constEnd(); ++it)
+        if (it.key() != QLatin1String("id") && it.key() != QLatin1String("tag") && it.key() != QLatin1String("value")) {
+            command.refusal = QStringLiteral("unknown key \"%1\"").arg(it.key());
+            return command;
+        }
+    if (!id.isString() && !id.isDouble()) {
+        command.refusal = QStringLiteral("\"id\" missing or neither number nor text");
+        return command;
+    }
+    const QJsonValue name = object.value(QStringLiteral("tag"));
+    if (!name.isString()) {
+        command.refusal = QStringLiteral("\"tag\" missing or not a text");
+        return command;
+    }
+    command.name = name.toString();
+    const TagConfig *found = nullptr;
+    for (const ScanGroupConfig &group : controller.groups)
+        for (const TagConfig &tag : group.tags)
+            if (tag.name == command.name)
+                found = &tag;
+    if (!found) {
+        command.refusal = QStringLiteral("unknown tag");
+        return command;
+    }
+    command.tag = *found;
+    if (readOnly) {
+        command.refusal = QStringLiteral("the gateway is read only");
+        return command;
+    }
+    if (!found->writable) {
+        command.refusal = QStringLiteral("tag not writable");
+        return command;
+    }
+    if (!object.contains(QStringLiteral("value"))) {
+        command.refusal = QStringLiteral("\"value\" missing");
+        return command;
+    }
+    const QJsonValue given = object.value(QStringLiteral("value"));
+    const int count = qMax(1, found->count);
+    QJsonArray elements;
+    if (count == 1) {
+        if (given.isArray() || given.isObject() || given.isNull()) {
+            command.refusal = QStringLiteral("\"value\" must be one %1").arg(ConfigChecks::typeName(found->dataType));
+            return command;
+        }
+        elements.append(given);
+    } else {
+        if (!given.isArray() || given.toArray().size() != count) {
+            command.refusal = QStringLiteral("\"value\" must be an array of %1 %2")
+                                  .arg(count)
+                                  .arg(ConfigChecks::typeName(found->dataType));
+            return command;
+        }
+        elements = given.toArray();
+    }
+    QString why;
+    const bool known = SorvikValues::visitElementType(found->dataType, [&](auto e) {
+        using T = typename decltype(e)::type;
+        QList<T> list;
+        for (int i = 0; i < elements.size(); ++i) {
+            T v{};
+            if (!one<T>(*found, elements.at(i), &v, &why)) {
+                why = QStringLiteral("\"value\"%1 %2 for %3")
+                          .arg(count > 1 ? QStringLiteral("[%1]").arg(i) : QString(), why,
+                               ConfigChecks::typeName(found->dataType));
+                return;
+            }
+            list.append(v);
+        }
+        command.value = SorvikValues::toVariant(list);
+    });
+    if (!known)
+        why = QStringLiteral("the tag's type cannot be written");
+    if (!why.isEmpty()) {
+        command.value = QVariant();
+        command.refusal = why;
+    }
+    return command;
+}
+
+QByteArray WriteCommand::refusedReply() const
+{
+    const QJsonObject reply{
+        {QStringLiteral("id"), id}, {QStringLiteral("tag"), name}, {QStringLiteral("refused"), refusal}};
+    return QJsonDocument(reply).toJson(QJsonDocument::Compact);
+}
+
+QByteArray WriteCommand::doneReply(int status, const QString &meaning) const
+{
+    const QJsonObject reply{{QStringLiteral("id"), id},
+                            {QStringLiteral("tag"), name},
+                            {QStringLiteral("status"), status},
+                            {QStringLiteral("meaning"), meaning}};
+    return QJsonDocument(reply).toJson(QJsonDocument::Compact);
+}
