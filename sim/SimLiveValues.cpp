@@ -1,5 +1,6 @@
 #include "SimLiveValues.h"
 
+#include "SimPresets.h"
 #include "SorvikSimulator.h"
 
 #include <QTime>
@@ -65,10 +66,36 @@ QStringList SimLiveValues::assignmentsAt(double seconds)
     };
 }
 
+void SimLiveValues::keep(int area, int address, int length)
+{
+    if (length > 0)
+        m_kept.append({area, address, length});
+}
+
+bool SimLiveValues::kept(int area, int address) const
+{
+    for (const Range &range : m_kept)
+        if (range.area == area && address >= range.address && address - range.address < range.length)
+            return true;
+    return false;
+}
+
+// Each value goes in in runs of the bytes that no kept range covers.
 void SimLiveValues::writeAt(double seconds)
 {
-    for (const QString &assignment : assignmentsAt(seconds))
-        m_simulator->presetTag(assignment);
+    for (const QString &assignment : assignmentsAt(seconds)) {
+        SimPreset value;
+        if (!SimPresets::parse(assignment, &value, nullptr))
+            continue;
+        int start = 0;
+        for (int i = 0; i <= value.bytes.size(); ++i) {
+            if (i < value.bytes.size() && !kept(value.area, value.address + i))
+                continue;
+            if (i > start)
+                m_simulator->preset(value.area, value.address + start, value.bytes.mid(start, i - start));
+            start = i + 1;
+        }
+    }
 }
 
 void SimLiveValues::start(int periodMs)

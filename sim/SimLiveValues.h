@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QElapsedTimer>
+#include <QList>
 #include <QStringList>
 
 #include <condition_variable>
@@ -22,6 +23,10 @@ public:
     SimLiveValues(const SimLiveValues &) = delete;
     SimLiveValues &operator=(const SimLiveValues &) = delete;
 
+    // Bytes of memory that the demo leaves alone, e.g. what the user preset:
+    // given values win over the demo's. Call before start().
+    void keep(int area, int address, int length);
+
     // Writes the image for time 0 at once, then again every `periodMs`.
     void start(int periodMs = 100);
     void stop();
@@ -33,6 +38,14 @@ public:
 
 private:
     void writeAt(double seconds);
+    bool kept(int area, int address) const;
+
+    struct Range {
+        int area;
+        int address;
+        int length;
+    };
+    QList<Range> m_kept;
 
     SorvikSimulator *m_simulator;
     QElapsedTimer m_clock;

@@ -175,6 +175,44 @@ QByteArray spreadBits(const QByteArray &bytes)
     return bits;
 }
 
+// The values of an assignment, split as sorvik-cli splits its value lists: a
+// value may be double-quoted to hold commas, with "" for a quote inside;
+// unquoted values are trimmed, quoted ones kept as they stand.
+bool splitValues(const QString &text, QStringList *values, QString *why)
+{
+    QString value;
+    bool quoted = false;    // inside quotes
+    bool wasQuoted = false; // the current value had quotes: keep its spaces
+    for (int i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        if (quoted) {
+            if (c != QLatin1Char('"'))
+                value += c;
+            else if (i + 1 < text.size() && text.at(i + 1) == QLatin1Char('"'))
+                value += text.at(++i);
+            else
+                quoted = false;
+        } else if (c == QLatin1Char('"')) {
+            if (!wasQuoted && value.trimmed().isEmpty())
+                value.clear(); // blanks before an opening quote are no part of the text
+            quoted = true;
+            wasQuoted = true;
+        } else if (c == QLatin1Char(',')) {
+            values->append(wasQuoted ? value : value.trimmed());
+            value.clear();
+            wasQuoted = false;
+        } else {
+            value += c;
+        }
+    }
+    if (quoted) {
+        *why = QStringLiteral("a quote is not closed");
+        return false;
+    }
+    values->append(wasQuoted ? value : value.trimmed());
+    return true;
+}
+
 bool fail(QString *error, const QString &assignment, const QString &why)
 {
     if (error)
@@ -192,7 +230,10 @@ bool SimPresets::parse(const QString &assignment, SimPreset *out, QString *error
         return fail(error, assignment, QStringLiteral("expected TAG=TYPE:VALUE"));
     const QString tag = assignment.left(equals).trimmed();
     const QString typeName = assignment.mid(equals + 1, colon - equals - 1).trimmed().toLower();
-    const QStringList values = assignment.mid(colon + 1).split(QLatin1Char(','));
+    QStringList values;
+    QString why;
+    if (!splitValues(assignment.mid(colon + 1), &values, &why))
+        return fail(error, assignment, why);
 
     const P::Area *area = findArea(tag);
     if (!area)
@@ -207,7 +248,6 @@ bool SimPresets::parse(const QString &assignment, SimPreset *out, QString *error
 
     QByteArray bytes;
     if (typeName == QLatin1String("string")) {
-        QString why;
         for (const QString &value : values)
             if (!appendString(value, area->code == P::kStringArea, &bytes, &why))
                 return fail(error, assignment, why);

@@ -18,7 +18,8 @@ public:
 
 private:
     void readPending();
-    void sendTo(const QByteArray &bytes, const QHostAddress &address, quint16 port);
+    // `request` is the frame being answered, null for unsolicited bytes.
+    void sendTo(const QByteArray &bytes, const QHostAddress &address, quint16 port, const QByteArray *request);
 
     QUdpSocket *m_socket;
     QHostAddress m_lastPeer;

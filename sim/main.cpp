@@ -2,6 +2,7 @@
 // serial port, with preset memory and optional faults.
 
 #include "SimLiveValues.h"
+#include "SimPresets.h"
 #include "SimSelfDescribing.h"
 #include "SorvikSimulator.h"
 
@@ -174,7 +175,18 @@ SimFaults faultsFrom(const QCommandLineParser &parser, const Options &o)
     return faults;
 }
 
-void presetFrom(const QCommandLineParser &parser, const Options &o, SorvikSimulator *sim)
+// Stores one assignment and keeps the demo of --live off its bytes.
+bool presetOne(const QString &assignment, SorvikSimulator *sim, SimLiveValues *live, QString *error)
+{
+    SimPreset value;
+    if (!SimPresets::parse(assignment, &value, error))
+        return false;
+    sim->preset(value.area, value.address, value.bytes);
+    live->keep(value.area, value.address, value.bytes.size());
+    return true;
+}
+
+void presetFrom(const QCommandLineParser &parser, const Options &o, SorvikSimulator *sim, SimLiveValues *live)
 {
     // The fill comes first, so that presets are written over it.
     if (parser.isSet(o.selfDescribing))
@@ -190,12 +202,12 @@ void presetFrom(const QCommandLineParser &parser, const Options &o, SorvikSimula
             const QString line = in.readLine().trimmed();
             if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
                 continue;
-            if (!sim->presetTag(line, &error))
+            if (!presetOne(line, sim, live, &error))
                 throw BadUsage(QStringLiteral("%1:%2: %3").arg(path).arg(number).arg(error));
         }
     }
     for (const QString &assignment : parser.values(o.set))
-        if (!sim->presetTag(assignment, &error))
+        if (!presetOne(assignment, sim, live, &error))
             throw BadUsage(error);
 }
 
@@ -268,7 +280,7 @@ int main(int argc, char *argv[])
         if (parser.isSet(options.logFrames))
             QLoggingCategory::setFilterRules(QStringLiteral("sorvik.sim.frames.debug=true"));
         sim.setFaults(faultsFrom(parser, options));
-        presetFrom(parser, options, &sim);
+        presetFrom(parser, options, &sim, &live);
         if (parser.isSet(options.live))
             live.start();
         if (!quitOnSignals(&app))

@@ -3,6 +3,7 @@
 
 #include "TestSupport.h"
 #include "link/SorvikProtocol.h"
+#include "sim/SimLiveValues.h"
 #include "sim/SimMemory.h"
 #include "sim/SimSelfDescribing.h"
 #include "sim/SorvikSimulator.h"
@@ -129,6 +130,11 @@ private slots:
                                         << hex("7f") + QByteArray(127, 'z');
         QTest::newRow("Latin-1") << QString::fromUtf8("SI1=string:\u00e9") << 28 << 0 << hex("01e900");
         QTest::newRow("length 0") << "AI1=int32:1" << 7 << 0 << QByteArray();
+        // Values split as sorvik-cli splits them: quotes hold commas, "" is a quote, bare values are trimmed.
+        QTest::newRow("quoted comma") << "SI4=string:\"a, b\"" << 28 << 768 << hex("04612c206200");
+        QTest::newRow("quoted quotes, bare trimmed")
+            << "AO1=string: \"say \"\"hi\"\"\",  x " << 10 << 0 << hex("08736179202268692201780000");
+        QTest::newRow("numbers in quotes") << "AI1=int16:\"1\",\"-2\"" << 7 << 0 << hex("0100feff");
     }
 
     void presetsAreServed()
@@ -334,6 +340,36 @@ private slots:
         QVERIFY2(pattern[0].count('L') > 4 && pattern[0].count('x') > 4, qPrintable(pattern[0]));
     }
 
+    // A reply one byte too large for a datagram is not tried: silence, and the reason.
+    void oversizeReplyIsSilence()
+    {
+        TestSupport::LogCapture log;
+        QCOMPARE(exchange(readFrame(29, 0, 65503)).size(), 65507);
+        const QByteArray tooLarge = readFrame(29, 0, 65504);
+        send(tooLarge);
+        QTRY_COMPARE(m_sim->frameCount(), 2);
+        QCOMPARE(receive(1, kQuietMs), QList<QByteArray>());
+        QTRY_COMPARE(simLines(log), QStringList{"no reply to frame " + tooLarge.toHex() +
+                                                ": a reply of 65508 bytes does not fit one UDP datagram (65507 "
+                                                "bytes at most)"});
+    }
+
+    // The demo process writes around what was preset, at its first image and at every later one.
+    void liveValuesKeepPresets()
+    {
+        SimLiveValues live(m_sim.get());
+        QVERIFY(m_sim->presetTag("AI1=int32:42"));
+        QVERIFY(m_sim->presetTag("DI2=bool:1"));
+        live.keep(7, 0, 4);
+        live.keep(1, 1, 1);
+        live.start(1);
+        QTRY_VERIFY(m_sim->memory(14, 0, 2) != hex("18fc")); // SA1 has moved on from its first value, -1000
+        live.stop();
+        QCOMPARE(m_sim->memory(7, 0, 4), hex("2a000000"));
+        QCOMPARE(m_sim->memory(1, 1, 1), hex("01"));
+        QVERIFY(m_sim->memory(7, 12, 4) != hex("00000000")); // AI4, not kept, is the demo's
+    }
+
     // Every value names its controller, area and element; the fill is what the wire serves.
     void selfDescribingMemory_data()
     {
@@ -421,6 +457,7 @@ private slots:
         row("float overflow", "AI1=float:1e39", "\"1e39\" is no float value");
         row("empty value", "AI1=int32:1,", "\"\" is no int32 value");
         row("past AI", "AI80=int32:1,2", "8 bytes at address 316 lie beyond area AI (320 bytes)");
+        row("open quote", "SI1=string:\"a,b", "a quote is not closed");
         row("long string", "SI1=string:" + QString(128, 'z'), "a string of 128 bytes is longer than 127");
         row("not Latin-1", QString::fromUtf8("SI1=string:\u20ac"),
             QString::fromUtf8("\"\u20ac\" has characters outside Latin-1"));
