@@ -27,6 +27,22 @@ QByteArray exchangeUdp(const QString &where, const QByteArray &frame, int waitMs
     return socket.waitForReadyRead(waitMs) ? socket.receiveDatagram().data() : "<no reply>";
 }
 
+// The replies to `frames`, sent one after the other, in the order they come.
+QList<QByteArray> exchangeAllUdp(const QString &where, const QList<QByteArray> &frames, int waitMs = 2000)
+{
+    const QStringList hostPort = where.mid(4).split(':');
+    QUdpSocket socket;
+    if (hostPort.size() != 2 || !socket.bind(TestSupport::testHost(), 0))
+        return {"<no socket>"};
+    for (const QByteArray &frame : frames)
+        socket.writeDatagram(frame, QHostAddress(hostPort[0]), quint16(hostPort[1].toUInt()));
+    QList<QByteArray> got;
+    while (got.size() < frames.size() && socket.waitForReadyRead(waitMs))
+        while (socket.hasPendingDatagrams())
+            got << socket.receiveDatagram().data();
+    return got;
+}
+
 } // namespace
 
 class TestSimProgram : public QObject
@@ -97,6 +113,37 @@ private slots:
         QVERIFY(stopAndTakeStderr().endsWith("faults 1\n"));
     }
 
+    // The first read is held; the second read and the handshake, not counted, overtake it.
+    void lateOption()
+    {
+        const QString where = start({"--set", "AI1=uint8:17,34", "--late", "1:300", "--late", "3:0"});
+        QCOMPARE(exchangeAllUdp(where, {hex("0401"), hex("0101010007000000000100"), hex("0101010007000100000100")}),
+                 (QList<QByteArray>{hex("0401"), hex("0101000022"), hex("0101000011")}));
+        QVERIFY(stopAndTakeStderr().endsWith("faults 1\n"));
+    }
+
+    void lateShareOption()
+    {
+        const QString where = start({"--late-share", "1:200"});
+        QCOMPARE(exchangeAllUdp(where, {hex("0101010007000000000100"), hex("0401")}),
+                 (QList<QByteArray>{hex("0401"), hex("0101000000")}));
+    }
+
+    // The fill, with presets over it; a quoted comma stays in its string; --live leaves presets alone.
+    void memoryOptions()
+    {
+        const QString where = start({"--self-describing", "7", "--set", "AI2=int32:5", "--set", "SI4=string:\"a, b\"",
+                                     "--live", "--set", "AI1=int32:42"});
+        // AI1 preset over the demo's level, AI2 over the fill, AI4 the demo's temperature, AI5 the fill.
+        const QByteArray ai = exchangeUdp(where, hex("0101010007000000001400")).toHex();
+        QCOMPARE(ai.left(24), QByteArray("01010000") + "2a000000" + "05000000");
+        QVERIFY2(ai.mid(32, 8) != "e4cb3604", ai.constData());
+        QCOMPARE(ai.mid(40), QByteArray("e5cb3604"));
+        QCOMPARE(exchangeUdp(where, hex("010101001c000003000600")).toHex(), QByteArray("01010000") + "04612c206200");
+        QTest::qWait(250); // the demo writes again every 100 ms
+        QCOMPARE(exchangeUdp(where, hex("0101010007000000000400")).toHex(), QByteArray("010100002a000000"));
+    }
+
     void badUsage_data()
     {
         QTest::addColumn<QStringList>("arguments");
@@ -111,6 +158,17 @@ private slots:
                                         << "choose one of --pty, --serial and UDP (--address, --port)";
         QTest::newRow("serial fields") << QStringList{"--serial", "ttyS0,fast,8,1,N"}
                                        << "--serial wants name,baud,databits,stopbits,parity, not \"ttyS0,fast,8,1,N\"";
+        QTest::newRow("late 0") << QStringList{"--late", "0:5"}
+                                << "--late wants N (from 1):MS with MS from 0 to 3600000, not \"0:5\"";
+        QTest::newRow("late without ms") << QStringList{"--late", "3"}
+                                         << "--late wants N (from 1):MS with MS from 0 to 3600000, not \"3\"";
+        QTest::newRow("late share above 1")
+            << QStringList{"--late-share", "1.5:10"}
+            << "--late-share wants SHARE (0 to 1):MS with MS from 0 to 3600000, not \"1.5:10\"";
+        QTest::newRow("controller 200") << QStringList{"--self-describing", "200"}
+                                        << "--self-describing wants a whole number from 0 to 199, not \"200\"";
+        QTest::newRow("open quote") << QStringList{"--set", "SI1=string:\"a"}
+                                    << "SI1=string:\"a: a quote is not closed";
         QTest::newRow("preset file") << QStringList{"--preset-file", "FILE"}
                                      << "FILE:3: AI2=int32: expected TAG=TYPE:VALUE";
     }
