@@ -20,12 +20,14 @@ std::string constantsBlock()
         << "    READ_FUNCTION = " << int(kReadFunction) << ",\n"
         << "    WRITE_FUNCTION = " << int(kWriteFunction) << ",\n"
         << "    HANDSHAKE = { " << int(kHandshake0) << ", " << int(kHandshake1) << " },\n"
+        << "    HANDSHAKE_SIZE = " << kHandshakeSize << ",\n"
         << "    REQUEST_HEAD = " << kRequestHeadSize << ",\n"
         << "    REPLY_HEAD = " << kReplyHeadSize << ",\n"
         << "    OFFSET_AREA = " << kOffsetArea << ",\n"
         << "    OFFSET_ADDRESS = " << kOffsetAddress << ",\n"
         << "    OFFSET_LENGTH = " << kOffsetLength << ",\n"
         << "    STRING_BLOCK = " << kStringBlock << ",\n"
+        << "    PADDED_REPLY = " << kPaddedReplySize << ",\n"
         << "    STRING_AREA = " << kStringArea << ",\n"
         << "    AREA_NAMES = {";
     for (const Area &area : kAreas)
@@ -34,6 +36,11 @@ std::string constantsBlock()
     for (const Area &area : kAreas)
         if (isBitArea(area.code))
             lua << " [" << area.code << "] = true,";
+    // Address factors of every code the area byte can carry; codes left out have 1.
+    lua << " },\n    FACTORS = {";
+    for (int code = 0; code < 256; ++code)
+        if (addressFactor(code) != 1)
+            lua << " [" << code << "] = " << addressFactor(code) << ",";
     lua << " },\n}\n";
     return lua.str();
 }
