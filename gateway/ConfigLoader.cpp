@@ -9,7 +9,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
-#include <QSet>
 
 #include <cmath>
 #include <initializer_list>
@@ -440,9 +439,6 @@ void readGroup(Reader &r, const toml::table &table, ScanGroupConfig *group, QHas
     if (tags.isEmpty() && !table.get("tags"))
         r.error(table.source(),
                 QStringLiteral("group \"%1\" has no tags ([[controllers.groups.tags]])").arg(group->name));
-    // One tag read twice in a plan comes back as one record; which name got
-    // it would be left to chance.
-    QHash<QPair<QString, int>, QString> read;
     for (const toml::table *entry : tags) {
         TagConfig tag;
         readTag(r, *entry, &tag);
@@ -454,15 +450,6 @@ void readGroup(Reader &r, const toml::table &table, ScanGroupConfig *group, QHas
                             .arg(tagNames->value(tag.name)));
             else
                 tagNames->insert(tag.name, tag.line);
-        }
-        if (!tag.tag.isEmpty() && tag.dataType != TYPE_NONE) {
-            const QPair<QString, int> key(tag.tag, tag.dataType);
-            if (read.contains(key))
-                r.error(entry->get("tag")->source(),
-                        QStringLiteral("%1 as %2 is read already in this group, as \"%3\"")
-                            .arg(tag.tag, ConfigChecks::typeName(tag.dataType), read.value(key)));
-            else
-                read.insert(key, tag.name);
         }
         group->tags << tag;
     }

@@ -186,9 +186,6 @@ private slots:
             << QByteArray(kHead) + "[[controllers.groups]]\nname = \"slow\"\ninterval_ms = 5000\n"
                                    "[[controllers.groups.tags]]\nname = \"flow\"\ntag = \"AI2\"\ntype = \"float\"\n"
             << "18:8: duplicate tag name \"flow\" in this controller (first at line 10)";
-        QTest::newRow("same tag twice in a group")
-            << QByteArray(kHead) + "[[controllers.groups.tags]]\nname = \"flow2\"\ntag = \"AI1\"\ntype = \"float\"\n"
-            << "16:7: AI1 as float is read already in this group, as \"flow\"";
         QTest::newRow("duplicate group name")
             << QByteArray(kHead) + "[[controllers.groups]]\nname = \"fast\"\ninterval_ms = 5000\n"
                                    "[[controllers.groups.tags]]\nname = \"b\"\ntag = \"AI2\"\ntype = \"float\"\n"
