@@ -111,8 +111,34 @@ int CliOptionsParser::parse(const QStringList &arguments, CliOptions *options)
         return usageError(QStringLiteral("unknown command \"%1\" (commands: %2)")
                               .arg(options->command, kCommands.join(QStringLiteral(", "))));
     options->items = positional.mid(1);
+
+    // An option that means nothing for the command is refused rather than
+    // quietly ignored: the user meant something by it.
+    const bool polls = options->command == QLatin1String("poll");
+    const bool connects = options->command != QLatin1String("info") && options->command != QLatin1String("plan");
+    const struct {
+        const QCommandLineOption &option;
+        bool meaningful;
+        const char *where;
+    } scoped[] = {
+        {cycles, polls, "poll only"},
+        {interval, polls, "poll only"},
+        {connect, connects, "commands that talk to a controller"},
+        {simAddress, connects && !parser.isSet(connect), "the built-in demo controller, without --connect"},
+        {debug, connects, "commands that talk to a controller"},
+    };
+    for (const auto &entry : scoped)
+        if (parser.isSet(entry.option) && !entry.meaningful)
+            return usageError(QStringLiteral("--%1 means nothing for %2: it is for %3")
+                                  .arg(entry.option.names().constLast(), options->command, QLatin1String(entry.where)));
+
     options->libraryFile = parser.value(library);
     options->connectText = parser.value(connect);
+    // An empty text, as from --connect "$PLC" with the variable unset, would
+    // otherwise fall back to the demo controller without a word.
+    if (parser.isSet(connect) && options->connectText.trimmed().isEmpty())
+        return usageError(QStringLiteral("--connect is given an empty text: name a controller, as ADDRESS:PORT or "
+                                         "PORT,BAUD,DATABITS,STOPBITS,PARITY (leave --connect out for the demo)"));
     options->debug = parser.isSet(debug);
     options->tagFile = parser.value(file);
 

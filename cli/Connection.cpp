@@ -1,5 +1,7 @@
 #include "Connection.h"
 
+#include "Console.h"
+
 #include "host/CDriveBaseClass.h"
 #include "sim/SimLiveValues.h"
 #include "sim/SorvikSimulator.h"
@@ -27,6 +29,9 @@ bool Connection::open(const QString &connectText, const QString &simAddress, QSt
         m_liveValues = std::make_unique<SimLiveValues>(m_simulator.get());
         m_liveValues->start();
         m_text = QStringLiteral("%1:%2").arg(simAddress).arg(port);
+        Console::error(QStringLiteral("no --connect: using the built-in demo controller on %1; nothing reaches a "
+                                      "real controller")
+                           .arg(m_text));
     }
     const int result = m_drive->ConnectDrive(m_text);
     if (result != 0) {

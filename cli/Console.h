@@ -15,4 +15,6 @@ void error(const QString &text);
 bool stdoutIsTerminal();
 // Lines of the terminal on stdout, 0 when unknown.
 int terminalLines();
+// Columns of the terminal on stdout, 0 when unknown.
+int terminalColumns();
 } // namespace Console

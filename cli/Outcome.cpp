@@ -14,6 +14,12 @@ void Outcome::addStatus(int status)
         ++m_silent;
 }
 
+void Outcome::addUnread()
+{
+    ++m_total;
+    ++m_silent;
+}
+
 void Outcome::addRefused()
 {
     ++m_total;

@@ -9,6 +9,8 @@ public:
     void addStatus(int status);
     // A tag that was never sent: refused by the planner or left out.
     void addRefused();
+    // A tag left unread while the link was down: counts as no reply.
+    void addUnread();
 
     int exitCode() const;
     // One line for stderr when something failed, empty otherwise.

@@ -39,10 +39,43 @@ void Output::setColumns(const QStringList &names)
     m_headerDone = false;
 }
 
+void Output::setStreaming(const QVector<int> &widths)
+{
+    m_streaming = true;
+    m_widths = widths;
+}
+
+void Output::printTableLine(const QVector<int> &widths, const QStringList &fields)
+{
+    QString text;
+    for (int i = 0; i < fields.size(); ++i)
+        text += i + 1 < fields.size() ? fields.at(i).leftJustified(widths.value(i) + 2) : fields.at(i);
+    printLine(text);
+}
+
 void Output::addRow(const QVector<Cell> &cells)
 {
     switch (m_format) {
-    case OutputFormat::Table: m_pending.append(cells); return;
+    case OutputFormat::Table:
+        if (!m_streaming) {
+            m_pending.append(cells);
+            return;
+        }
+        if (!m_headerDone) {
+            QStringList names;
+            for (const QString &name : qAsConst(m_columns))
+                names << name.toUpper();
+            printTableLine(m_widths, names);
+            m_headerDone = true;
+        }
+        {
+            QStringList fields;
+            for (int i = 0; i < cells.size() && i < m_columns.size(); ++i)
+                fields << cells.at(i).display;
+            printTableLine(m_widths, fields);
+        }
+        m_out.flush();
+        return;
     case OutputFormat::Csv: {
         if (!m_headerDone) {
             printLine(m_columns.join(QLatin1Char(',')));
@@ -52,6 +85,8 @@ void Output::addRow(const QVector<Cell> &cells)
         for (const Cell &cell : cells)
             fields << CsvFields::quote(cell.text);
         printLine(fields.join(QLatin1Char(',')));
+        if (m_streaming)
+            m_out.flush();
         return;
     }
     case OutputFormat::Json: {
@@ -59,6 +94,8 @@ void Output::addRow(const QVector<Cell> &cells)
         for (int i = 0; i < cells.size() && i < m_columns.size(); ++i)
             members << ValueFormatting::jsonString(m_columns.at(i)) + QLatin1Char(':') + cells.at(i).json;
         printLine(QLatin1Char('{') + members.join(QLatin1Char(',')) + QLatin1Char('}'));
+        if (m_streaming)
+            m_out.flush();
         return;
     }
     }
@@ -73,17 +110,16 @@ void Output::endTable()
         for (const QVector<Cell> &row : qAsConst(m_pending))
             for (int i = 0; i < row.size() && i < widths.size(); ++i)
                 widths[i] = qMax(widths[i], row.at(i).display.size());
-        auto line = [&](auto textOf, int count) {
-            QString text;
-            for (int i = 0; i < count; ++i) {
-                const QString field = textOf(i);
-                text += i + 1 < count ? field.leftJustified(widths[i] + 2) : field;
-            }
-            printLine(text);
-        };
-        line([&](int i) { return m_columns.at(i).toUpper(); }, m_columns.size());
-        for (const QVector<Cell> &row : qAsConst(m_pending))
-            line([&](int i) { return row.at(i).display; }, qMin(row.size(), m_columns.size()));
+        QStringList names;
+        for (const QString &name : qAsConst(m_columns))
+            names << name.toUpper();
+        printTableLine(widths, names);
+        for (const QVector<Cell> &row : qAsConst(m_pending)) {
+            QStringList fields;
+            for (int i = 0; i < row.size() && i < m_columns.size(); ++i)
+                fields << row.at(i).display;
+            printTableLine(widths, fields);
+        }
         m_pending.clear();
     }
     m_out.flush();
@@ -110,8 +146,14 @@ void Output::addNote(const QString &key, const QString &sentence, const Fields &
 
 void Output::rewind()
 {
-    if (m_format == OutputFormat::Table && m_linesSinceRewind > 0)
+    // Once a line has wrapped, the count of lines no longer says how far up
+    // the last drawing began: from then on each drawing goes below the last.
+    if (m_terminalColumns > 0 && m_wrapped)
+        m_terminalColumns = 0;
+    if (m_format == OutputFormat::Table && m_terminalColumns > 0 && m_linesSinceRewind > 0)
         m_out << "\x1b[" << m_linesSinceRewind << "A\x1b[J"; // cursor up, clear to the end of the screen
+    else if (m_format == OutputFormat::Table && m_linesSinceRewind > 0)
+        m_out << '\n';
     m_linesSinceRewind = 0;
 }
 
@@ -119,4 +161,6 @@ void Output::printLine(const QString &line)
 {
     m_out << line << '\n';
     ++m_linesSinceRewind;
+    if (line.size() >= m_terminalColumns)
+        m_wrapped = true;
 }

@@ -38,6 +38,12 @@ public:
     Output(OutputFormat format, QTextStream &out, QTextStream &err);
 
     void setColumns(const QStringList &names);
+    // Rows go out as they come, also in a table, whose columns then take
+    // these widths (a wider cell pushes the rest of its row along).
+    void setStreaming(const QVector<int> &widths);
+    // On a terminal of this many columns, a redraw that would wrap a line
+    // falls back to appending (the cursor cannot climb wrapped lines).
+    void setTerminalColumns(int columns) { m_terminalColumns = columns; }
     void addRow(const QVector<Cell> &cells);
     // Ends a table: prints the aligned rows; CSV and JSON rows are out already.
     void endTable();
@@ -49,6 +55,7 @@ public:
 
 private:
     void printLine(const QString &line);
+    void printTableLine(const QVector<int> &widths, const QStringList &fields);
 
     OutputFormat m_format;
     QTextStream &m_out;
@@ -57,4 +64,8 @@ private:
     QVector<QVector<Cell>> m_pending; // table rows waiting for their widths
     bool m_headerDone = false;
     int m_linesSinceRewind = 0;
+    bool m_streaming = false;
+    QVector<int> m_widths; // of a streamed table
+    int m_terminalColumns = 0;
+    bool m_wrapped = false; // a line since the last rewind was too wide for the terminal
 };

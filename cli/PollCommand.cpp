@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "Console.h"
+#include "LinkKeeper.h"
 #include "Outcome.h"
 #include "Output.h"
 #include "Plural.h"
@@ -7,6 +8,7 @@
 #include "RecordRows.h"
 #include "StopSignal.h"
 #include "host/CDriveBaseClass.h"
+#include "host/RecordStatus.h"
 
 #include <QElapsedTimer>
 #include <QThread>
@@ -15,21 +17,57 @@
 
 namespace {
 
-using Results = QMap<Induction::SReadInfo, CLabelVariable>;
+// Cycles without one good record before the controller counts as lost.
+constexpr int kLostAfterCycles = 3;
 
-// One cycle: every block in one request each, then the point tags one by one.
-// Gives false when a stop was asked for in between; the cycle is then dropped.
-bool readCycle(const CommandContext &context, const ReadPlan &plan, Results *results)
+// What a cycle gave each tag: its record, or why it has none.
+struct Reading {
+    CLabelVariable record;
+    bool read = false;
+    QString note; // beside the meaning, or the reason when not read
+};
+using Readings = QMap<Induction::SReadInfo, Reading>;
+
+QString blockName(const SReadGroup &group)
 {
-    for (const QList<Induction::SReadInfo> &key : plan.keys) {
-        const Results block = context.drive->BlockReading(context.connectPar, key);
-        for (auto it = block.cbegin(); it != block.cend(); ++it)
-            results->insert(it.key(), it.value());
+    return QStringLiteral("%1%2+%3").arg(group.areaText, group.start.toString()).arg(group.length);
+}
+
+// One cycle: every block in one request each, then the point tags one by
+// one. A lost reply resynchronises the link before the next request; while
+// the link is down nothing is sent. Gives false when a stop was asked for in
+// between; the cycle is then dropped.
+bool readCycle(const CommandContext &context, const ReadPlan &plan, LinkKeeper &link, Readings *readings)
+{
+    for (int b = 0; b < plan.keys.size(); ++b) {
+        const QList<Induction::SReadInfo> &key = plan.keys.at(b);
+        if (!link.ready()) {
+            for (const Induction::SReadInfo &info : key)
+                readings->insert(info, {CLabelVariable(), false, link.unreadReason()});
+            continue;
+        }
+        const QMap<Induction::SReadInfo, CLabelVariable> block = context.drive->BlockReading(context.connectPar, key);
+        // A block read either succeeds for all its tags or fails for all:
+        // a failed bit block gives its tags no record at all.
+        bool failed = block.isEmpty();
+        for (const CLabelVariable &record : block)
+            failed = failed || record.status != RecordStatus::Ok;
+        if (failed)
+            link.noteLost();
+        const QString note = failed ? QStringLiteral("block %1 failed").arg(blockName(plan.groups.at(b))) : QString();
+        for (const Induction::SReadInfo &info : key)
+            readings->insert(info, {block.value(info), true, note});
         if (StopSignal::requested())
             return false;
     }
     for (const Induction::SReadInfo &info : plan.pointTags) {
-        results->insert(info, context.drive->PointReading(context.connectPar, info));
+        if (!link.ready()) {
+            readings->insert(info, {CLabelVariable(), false, link.unreadReason()});
+            continue;
+        }
+        const CLabelVariable record = context.drive->PointReading(context.connectPar, info);
+        link.noteStatus(record.status);
+        readings->insert(info, {record, true, QString()});
         if (StopSignal::requested())
             return false;
     }
@@ -52,6 +90,33 @@ QString milliseconds(double ms)
     return QString::number(ms, 'f', 1);
 }
 
+// One line when the controller has given nothing good for some cycles, one
+// when it answers again.
+class Presence
+{
+public:
+    void cycle(bool anyGood)
+    {
+        if (anyGood) {
+            if (m_lost)
+                Console::error(
+                    QStringLiteral("controller back after %1").arg(plural(m_silentCycles, "cycle", "cycles")));
+            m_lost = false;
+            m_silentCycles = 0;
+            return;
+        }
+        if (++m_silentCycles == kLostAfterCycles) {
+            m_lost = true;
+            Console::error(QStringLiteral("controller lost: no good reply for %1")
+                               .arg(plural(kLostAfterCycles, "cycle", "cycles")));
+        }
+    }
+
+private:
+    int m_silentCycles = 0;
+    bool m_lost = false;
+};
+
 } // namespace
 
 int Commands::poll(const CommandContext &context)
@@ -60,15 +125,20 @@ int Commands::poll(const CommandContext &context)
     const ReadPlan plan = ReadPlan::make(context.drive, context.connectPar, context.items);
     Output &output = context.output;
     // On a terminal the table is redrawn in place, like a live display, when
-    // it fits: the cursor cannot climb back above the top of the screen.
+    // it fits: the cursor cannot climb back above the top of the screen, nor
+    // over lines that wrapped.
     const bool redraw = output.format() == OutputFormat::Table && Console::stdoutIsTerminal() &&
                         plan.tags.size() + 3 < Console::terminalLines();
+    if (redraw)
+        output.setTerminalColumns(Console::terminalColumns());
     QStringList columns = RecordRows::columns();
     if (output.format() != OutputFormat::Table)
         columns.prepend(QStringLiteral("cycle"));
     output.setColumns(columns);
 
     Outcome outcome;
+    LinkKeeper link(context.drive, context.connectPar);
+    Presence presence;
     QElapsedTimer clock;
     clock.start();
     double fastest = 0, slowest = 0, total = 0;
@@ -77,8 +147,8 @@ int Commands::poll(const CommandContext &context)
         const qint64 cycleStart = clock.elapsed();
         QElapsedTimer roundTrip;
         roundTrip.start();
-        Results results;
-        if (!readCycle(context, plan, &results))
+        Readings readings;
+        if (!readCycle(context, plan, link, &readings))
             break;
         const double ms = double(roundTrip.nsecsElapsed()) / 1e6;
         ++cycle;
@@ -95,16 +165,24 @@ int Commands::poll(const CommandContext &context)
                        {{QStringLiteral("cycle"), Cells::number(qlonglong(cycle))},
                         {QStringLiteral("requests"), Cells::number(qlonglong(plan.requestsPerCycle()))},
                         {QStringLiteral("ms"), Cells::number(ms)}});
+        bool anyGood = false;
         for (const Induction::SReadInfo &info : plan.tags) {
-            // A bit block whose read failed gives its tags no record: they show as not done.
-            CLabelVariable record = results.value(info);
-            QVector<Cell> cells = RecordRows::cells(info.tag, info.dataType, 1, record);
+            const Reading reading = readings.value(info);
+            QVector<Cell> cells;
+            if (reading.read) {
+                cells = RecordRows::cells(info.tag, info.dataType, 1, reading.record, reading.note);
+                outcome.addStatus(reading.record.status);
+                anyGood = anyGood || reading.record.status == RecordStatus::Ok;
+            } else {
+                cells = RecordRows::withoutRecord(info.tag, info.dataType, 1, reading.note);
+                outcome.addUnread();
+            }
             if (output.format() != OutputFormat::Table)
                 cells.prepend(Cells::number(qlonglong(cycle)));
             output.addRow(cells);
-            outcome.addStatus(record.status);
         }
         output.endTable();
+        presence.cycle(anyGood);
         if (cycle != context.options.cycles)
             waitUntil(clock, cycleStart + context.options.intervalMs);
     }

@@ -96,6 +96,13 @@ ValueText ValueFormatting::format(const QVariant &value, int requestedType)
         return out;
     if (requestedType == TYPE_STRING && value.userType() == qMetaTypeId<QList<char>>()) {
         append(&out, textOfBytes(value.value<QList<char>>()));
+        out.csv = QStringList{textOfBytes(value.value<QList<char>>())};
+        return out;
+    }
+    // One text is the whole field as it is; only several are a list.
+    if (value.userType() == qMetaTypeId<QList<QString>>() && value.value<QList<QString>>().size() == 1) {
+        append(&out, value.value<QList<QString>>().first());
+        out.csv = QStringList{value.value<QList<QString>>().first()};
         return out;
     }
     appendList<bool>(value, &out) || appendList<char>(value, &out) || appendList<uchar>(value, &out) ||

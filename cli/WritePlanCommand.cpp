@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "LinkKeeper.h"
 #include "Outcome.h"
 #include "Output.h"
 #include "RecordRows.h"
@@ -45,16 +46,45 @@ int Commands::writePlan(const CommandContext &context)
         infos.append({item.tag, item.dataType, item.value});
 
     const QList<QList<Induction::SWriteInfo>> keys = drive->InductiveDrive_Write(context.connectPar, infos);
-    QHash<TagKey, QString> refused;
-    for (const Induction::SWriteInfo &info : drive->GetCannotInductiveDrive_Write(context.connectPar))
-        refused.insert(keyOf(info), QStringLiteral("refused by the planner"));
-
-    QHash<TagKey, QPair<CLabelVariable, QString>> written; // record and block of each written tag
+    LinkKeeper link(drive, context.connectPar);
+    // Record and way (block, or one at a time) of each tag that went out,
+    // or why it did not.
+    struct Entry {
+        CLabelVariable record;
+        QString way;
+        bool sent = false;
+    };
+    QHash<TagKey, Entry> entries;
     for (const QList<Induction::SWriteInfo> &key : keys) {
         const QString block = blockName(drive->GetInductiveDrive_Write(context.connectPar, key));
+        if (!link.ready()) {
+            for (const Induction::SWriteInfo &info : key)
+                entries.insert(keyOf(info), {CLabelVariable(), block, false});
+            continue;
+        }
         const QMap<Induction::SWriteInfo, CLabelVariable> results = drive->BlockWriting(context.connectPar, key);
-        for (auto it = results.cbegin(); it != results.cend(); ++it)
-            written.insert(keyOf(it.key()), {it.value(), block});
+        for (auto it = results.cbegin(); it != results.cend(); ++it) {
+            link.noteStatus(it.value().status);
+            entries.insert(keyOf(it.key()), {it.value(), block, true});
+        }
+    }
+    // Tags the planner would not take go one at a time, as poll reads them.
+    const QString single = QStringLiteral("one at a time");
+    for (const Induction::SWriteInfo &info : drive->GetCannotInductiveDrive_Write(context.connectPar)) {
+        if (entries.contains(keyOf(info)))
+            continue;
+        if (!link.ready()) {
+            entries.insert(keyOf(info), {CLabelVariable(), single, false});
+            continue;
+        }
+        CLabelVariable label;
+        label.tag = info.tag;
+        label.dataType = info.dataType;
+        label.length = 1;
+        label.value = info.value;
+        const CLabelVariable record = drive->WriteVariable(info.tag, static_cast<DataType>(info.dataType), label, 1);
+        link.noteStatus(record.status);
+        entries.insert(keyOf(info), {record, single, true});
     }
 
     Output &output = context.output;
@@ -65,21 +95,23 @@ int Commands::writePlan(const CommandContext &context)
     for (const Induction::SWriteInfo &info : qAsConst(infos)) {
         const TagKey key = keyOf(info);
         QVector<Cell> cells;
-        if (written.contains(key)) {
-            const auto &entry = written[key];
+        const Entry entry = entries.value(key);
+        if (entry.sent) {
             // The record is the block's; the tag's own value is what it shows.
-            CLabelVariable record = entry.first;
+            CLabelVariable record = entry.record;
             record.value = info.value;
             cells = RecordRows::cells(info.tag, info.dataType, 1, record);
-            cells.append(Cells::text(entry.second));
-            outcome.addStatus(entry.first.status);
+            outcome.addStatus(record.status);
+        } else if (!entry.way.isEmpty()) {
+            cells =
+                RecordRows::withoutRecord(info.tag, info.dataType, 1, QStringLiteral("not written: the link is down"));
+            outcome.addUnread();
         } else {
-            // Neither written nor refused: the planner left the tag out of every block.
-            cells = RecordRows::withoutRecord(info.tag, info.dataType, 1,
-                                              refused.value(key, QStringLiteral("left out by the planner")));
-            cells.append(Cells::null());
+            // The planner neither took the tag into a block nor listed it as refused.
+            cells = RecordRows::withoutRecord(info.tag, info.dataType, 1, QStringLiteral("left out by the planner"));
             outcome.addRefused();
         }
+        cells.append(entry.way.isEmpty() ? Cells::null() : Cells::text(entry.way));
         output.addRow(cells);
     }
     output.endTable();

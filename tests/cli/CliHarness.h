@@ -92,6 +92,19 @@ inline bool startPoll(QProcess &poll, const QStringList &arguments)
     return poll.peek(1 << 16).contains("\"timing\"");
 }
 
+// Waits until the stderr of `process`, gathered in *err, holds `text`.
+inline bool waitForError(QProcess &process, QString *err, const QString &text, int timeoutMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!err->contains(text) && clock.elapsed() < timeoutMs && process.state() != QProcess::NotRunning) {
+        process.waitForReadyRead(100);
+        *err += QString::fromUtf8(process.readAllStandardError());
+    }
+    *err += QString::fromUtf8(process.readAllStandardError());
+    return err->contains(text);
+}
+
 // The raw JSON text of a member of a one-line object (raw keeps 64-bit numbers exact).
 inline QString member(const QString &line, const QString &name)
 {
