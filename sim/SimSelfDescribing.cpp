@@ -53,13 +53,14 @@ QByteArray element(int controller, int area, int index, int *width)
 
 qint32 SimSelfDescribing::word(int controller, int area, int element)
 {
-    return qint32(controller * 10000000 + area * 100000 + element);
+    // In 64 bits, so that an id out of 0..199 wraps rather than overflows.
+    return qint32(quint32(qint64(controller) * 10000000 + qint64(area) * 100000 + element));
 }
 
 quint16 SimSelfDescribing::pair(int controller, int area, int element)
 {
     if (area == 14 && element >= 1 && element <= kSaElements)
-        return quint16(controller * kSaElements + element);
+        return quint16(quint32(controller) * kSaElements + quint32(element));
     return quint16(1 + mix(controller, area, element) % 65535);
 }
 
