@@ -212,6 +212,12 @@ void TestDissector::labelsRepliesByTheirRequest_data()
                                                         "reply to write AO3, 4 bytes|"};
     QTest::newRow("dropped reply") << QStringList{"--drop", "1"} << Script{{kReadAI7, 0}, {kReadDI5, 0}}
                                    << QStringList{"read AI7, 4 bytes|" + kUnanswered, "read DI5, 3 bytes|"};
+    QTest::newRow("frames no controller can take")
+        << QStringList{} << Script{{kReadAI7.left(7), 0}, {QByteArray(), 0}, {kReadAI7, 1}}
+        << QStringList{"read request cut short, 7 bytes|Error/Malformed: Request of 7 bytes, its head has 11," +
+                           kUnanswered,
+                       "empty datagram|Warning/Protocol: Empty datagram to the controller", "read AI7, 4 bytes|",
+                       "reply to read AI7, 4 bytes|"};
     QTest::newRow("element index below zero")
         << QStringList{} << Script{{readFrame(7, -4, 4), 0}, {readFrame(1, -1, 1), 0}}
         << QStringList{"read AI0, 4 bytes|" + kUnanswered, "read DI0, 1 byte|"};
