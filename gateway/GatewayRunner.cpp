@@ -35,6 +35,8 @@ bool GatewayRunner::start(bool startAfresh, QString *error)
     }
     m_north = std::make_unique<Northbound>(m_config, &m_metrics);
     if (!m_north->open(error, startAfresh)) {
+        if (!startAfresh)
+            *error += QStringLiteral("; if the queue file is damaged, --start-afresh moves it aside and begins anew");
         m_north.reset();
         return false;
     }
