@@ -16,14 +16,16 @@ const char kDescription[] = "A command-line host for Sorvik controllers: loads t
                             "Commands:\n"
                             "  info                               drive name, version and build text\n"
                             "  read TAG:TYPE[xCOUNT]...           read tags one at a time\n"
-                            "  write TAG:TYPE=VALUE[,VALUE...]... write tags one at a time\n"
+                            "  write TAG:TYPE[xCOUNT]=VALUE[,...] write tags one at a time; several values\n"
+                            "                                     only with a count that matches them\n"
                             "  plan TAG:TYPE...                   show the blocks the drive makes of a tag list\n"
                             "  poll TAG:TYPE...                   read a tag list block by block, cycle after cycle\n"
                             "  write-plan TAG:TYPE=VALUE...       write a tag list block by block\n"
                             "\n"
                             "Types: %1\n"
                             "Tags: an area prefix and an element number from 1, e.g. AI1, DI_F12, SI2.\n"
-                            "Tag files (--file): one tag a line, tag,type[,value...]; # starts a comment.\n"
+                            "Tag files (--file): CSV, one tag a line, tag,type[,value...]; # starts a comment;\n"
+                            "a header row (tag,type,...,value) names the columns, as the CSV output does.\n"
                             "\n"
                             "Exit status: 0 ok; 1 usage: bad option, tag, type or value, unreadable file,\n"
                             "or no drive library; 2 no connection or no reply; 3 every tag failed;\n"
@@ -65,7 +67,8 @@ int CliOptionsParser::parse(const QStringList &arguments, CliOptions *options)
     const QCommandLineOption connect(QStringLiteral("connect"),
                                      QStringLiteral("Controller to talk to: ADDRESS:PORT over UDP, or "
                                                     "PORT,BAUD,DATABITS,STOPBITS,PARITY over a serial line. "
-                                                    "Default: an embedded simulator."),
+                                                    "Without it: the built-in demo controller (an empty text is "
+                                                    "refused)."),
                                      QStringLiteral("text"));
     const QCommandLineOption simAddress(QStringLiteral("sim-address"),
                                         QStringLiteral("Loopback address of the embedded simulator (default "
