@@ -1,0 +1,257 @@
+#include "OfflineBuffer.h"
+
+#include <QAtomicInteger>
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QLoggingCategory>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QVariant>
+
+namespace {
+Q_LOGGING_CATEGORY(lcBuffer, "sorvik.gateway.buffer")
+
+// Marks a SQLite file as this gateway's queue ("SRVQ"), so that a database of
+// something else given by mistake is never taken over and emptied.
+constexpr qint64 kApplicationId = 0x53525651;
+
+QString nextConnectionName()
+{
+    static QAtomicInteger<quint64> counter;
+    return QStringLiteral("sorvik-gateway-buffer-%1").arg(++counter);
+}
+
+qint64 entryBytes(const QString &topic, const QByteArray &payload)
+{
+    return topic.toUtf8().size() + payload.size();
+}
+
+bool failed(QString *error, const QString &message)
+{
+    if (error)
+        *error = message;
+    return false;
+}
+} // namespace
+
+OfflineBuffer::OfflineBuffer(const QString &path, qint64 maxBytes)
+    : m_path(path), m_maxBytes(maxBytes), m_connection(nextConnectionName())
+{
+}
+
+OfflineBuffer::~OfflineBuffer()
+{
+    close();
+}
+
+bool OfflineBuffer::isOpen() const
+{
+    return QSqlDatabase::contains(m_connection) && QSqlDatabase::database(m_connection, false).isOpen();
+}
+
+void OfflineBuffer::close()
+{
+    if (!QSqlDatabase::contains(m_connection))
+        return;
+    {
+        QSqlDatabase db = QSqlDatabase::database(m_connection, false);
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(m_connection);
+}
+
+bool OfflineBuffer::open(QString *error, bool startAfresh)
+{
+    close();
+    m_movedAside.clear();
+    if (!openDatabase(error))
+        return false;
+    bool unusable = false;
+    if (checkOrCreate(&unusable, error))
+        return true;
+    close();
+    if (!unusable || !startAfresh)
+        return false;
+    qCWarning(lcBuffer).noquote() << *error;
+    if (!moveAside(error) || !openDatabase(error))
+        return false;
+    if (!checkOrCreate(&unusable, error)) {
+        close();
+        return false;
+    }
+    qCWarning(lcBuffer).noquote()
+        << QStringLiteral("the unusable queue file was moved aside as %1; a new queue begins").arg(m_movedAside);
+    return true;
+}
+
+bool OfflineBuffer::openDatabase(QString *error)
+{
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
+    db.setDatabaseName(m_path);
+    if (!db.open())
+        return failed(error, QStringLiteral("cannot open the offline queue %1: %2").arg(m_path, db.lastError().text()));
+    return true;
+}
+
+bool OfflineBuffer::checkOrCreate(bool *unusable, QString *error)
+{
+    QSqlDatabase db = QSqlDatabase::database(m_connection, false);
+    QSqlQuery query(db);
+    // Reading only until the file has shown it is ours.
+    if (!query.exec(QStringLiteral("PRAGMA quick_check")) || !query.next()) {
+        *unusable = true;
+        return failed(error, QStringLiteral("the offline queue %1 is not a readable SQLite database: %2")
+                                 .arg(m_path, query.lastError().text()));
+    }
+    if (query.value(0).toString() != QLatin1String("ok")) {
+        *unusable = true;
+        return failed(error,
+                      QStringLiteral("the offline queue %1 is damaged: %2").arg(m_path, query.value(0).toString()));
+    }
+    query.exec(QStringLiteral("PRAGMA application_id"));
+    const qint64 applicationId = query.next() ? query.value(0).toLongLong() : -1;
+    query.exec(QStringLiteral("SELECT count(*) FROM sqlite_master"));
+    const qint64 objects = query.next() ? query.value(0).toLongLong() : -1;
+
+    if (applicationId == 0 && objects == 0) {
+        if (!exec(QStringLiteral("PRAGMA application_id = %1").arg(kApplicationId)) ||
+            !exec(QStringLiteral("CREATE TABLE queue (id INTEGER PRIMARY KEY AUTOINCREMENT, topic TEXT NOT NULL, "
+                                 "payload BLOB NOT NULL)")))
+            return failed(error, QStringLiteral("cannot create the offline queue %1: %2").arg(m_path, m_error));
+    } else if (applicationId != kApplicationId) {
+        *unusable = true;
+        return failed(
+            error,
+            QStringLiteral("%1 is an SQLite database of something else, not a gateway's offline queue").arg(m_path));
+    }
+    if (!query.exec(QStringLiteral("SELECT count(*), coalesce(sum(length(CAST(topic AS BLOB)) + length(payload)), 0) "
+                                   "FROM queue")) ||
+        !query.next()) {
+        *unusable = true;
+        return failed(error, QStringLiteral("the offline queue %1 has no readable queue table: %2")
+                                 .arg(m_path, query.lastError().text()));
+    }
+    m_count = query.value(0).toLongLong();
+    m_bytes = query.value(1).toLongLong();
+    m_handedOut = 0;
+    // WAL: appends do not wait for readers and survive a crash of the gateway.
+    // NORMAL syncs the disk at checkpoints rather than per message: a power
+    // cut may cost the last moments of a queue, a crashed gateway nothing.
+    query.exec(QStringLiteral("PRAGMA journal_mode = WAL"));
+    if (!query.next() || query.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0)
+        return failed(error, QStringLiteral("the offline queue %1 cannot use write-ahead logging").arg(m_path));
+    exec(QStringLiteral("PRAGMA synchronous = NORMAL"));
+    if (m_count > 0)
+        qCInfo(lcBuffer).noquote()
+            << QStringLiteral("resuming the offline queue %1: %2 messages waiting").arg(m_path).arg(m_count);
+    return true;
+}
+
+bool OfflineBuffer::moveAside(QString *error)
+{
+    const QString stamp = QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMddThhmmsszzzZ"));
+    const QString target = m_path + QStringLiteral(".corrupt-") + stamp;
+    if (!QFile::rename(m_path, target))
+        return failed(error, QStringLiteral("cannot move the unusable offline queue %1 aside").arg(m_path));
+    // SQLite's companion files belong to the old file, never to the new queue.
+    for (const QString &suffix : {QStringLiteral("-wal"), QStringLiteral("-shm")})
+        if (QFileInfo::exists(m_path + suffix))
+            QFile::rename(m_path + suffix, target + suffix);
+    m_movedAside = target;
+    return true;
+}
+
+bool OfflineBuffer::exec(const QString &statement)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    if (query.exec(statement))
+        return true;
+    m_error = query.lastError().text();
+    return false;
+}
+
+bool OfflineBuffer::append(const QString &topic, const QByteArray &payload, int *dropped)
+{
+    *dropped = 0;
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    query.prepare(QStringLiteral("INSERT INTO queue (topic, payload) VALUES (?, ?)"));
+    query.addBindValue(topic);
+    query.addBindValue(payload);
+    if (!query.exec()) {
+        m_error = query.lastError().text();
+        return false;
+    }
+    ++m_count;
+    m_bytes += entryBytes(topic, payload);
+    if (m_bytes > m_maxBytes)
+        *dropped = dropOldest();
+    return true;
+}
+
+int OfflineBuffer::dropOldest()
+{
+    QSqlDatabase db = QSqlDatabase::database(m_connection, false);
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    query.prepare(QStringLiteral("SELECT id, length(CAST(topic AS BLOB)) + length(payload) FROM queue WHERE id > ? "
+                                 "ORDER BY id"));
+    query.addBindValue(m_handedOut);
+    if (!query.exec())
+        return 0;
+    qint64 lastId = -1;
+    qint64 freed = 0;
+    int rows = 0;
+    while (m_bytes - freed > m_maxBytes && query.next()) {
+        lastId = query.value(0).toLongLong();
+        freed += query.value(1).toLongLong();
+        ++rows;
+    }
+    query.finish();
+    if (rows == 0)
+        return 0;
+    QSqlQuery drop(db);
+    drop.prepare(QStringLiteral("DELETE FROM queue WHERE id > ? AND id <= ?"));
+    drop.addBindValue(m_handedOut);
+    drop.addBindValue(lastId);
+    if (!drop.exec()) {
+        m_error = drop.lastError().text();
+        return 0;
+    }
+    m_count -= rows;
+    m_bytes -= freed;
+    return rows;
+}
+
+QList<OfflineBuffer::Entry> OfflineBuffer::after(qint64 id, int limit)
+{
+    QList<Entry> entries;
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    query.setForwardOnly(true);
+    query.prepare(QStringLiteral("SELECT id, topic, payload FROM queue WHERE id > ? ORDER BY id LIMIT ?"));
+    query.addBindValue(id);
+    query.addBindValue(limit);
+    if (!query.exec()) {
+        m_error = query.lastError().text();
+        return entries;
+    }
+    while (query.next())
+        entries.append({query.value(0).toLongLong(), query.value(1).toString(), query.value(2).toByteArray()});
+    return entries;
+}
+
+void OfflineBuffer::remove(const Entry &entry)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    query.prepare(QStringLiteral("DELETE FROM queue WHERE id = ?"));
+    query.addBindValue(entry.id);
+    if (!query.exec()) {
+        m_error = query.lastError().text();
+        return;
+    }
+    if (query.numRowsAffected() == 1) {
+        --m_count;
+        m_bytes -= entryBytes(entry.topic, entry.payload);
+    }
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+// The gateway's disk queue of data messages while the broker cannot take
+// them: one SQLite file (WAL mode) through Qt SQL, oldest first, bounded by a
+// size counted as the bytes of the queued topics and payloads (not the file,
+// which SQLite grows and reuses by pages). A QSqlDatabase connection belongs
+// to the thread that opened it: every member is called on that one thread.
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+class OfflineBuffer
+{
+public:
+    struct Entry {
+        qint64 id = 0;
+        QString topic;
+        QByteArray payload;
+    };
+
+    OfflineBuffer(const QString &path, qint64 maxBytes);
+    ~OfflineBuffer();
+    OfflineBuffer(const OfflineBuffer &) = delete;
+    OfflineBuffer &operator=(const OfflineBuffer &) = delete;
+
+    // Opens the file, or creates it. A file that is not a queue of ours, or
+    // fails SQLite's check, is refused with the reason; with startAfresh it is
+    // moved aside as FILE.corrupt-<time> (kept for inspection) and a new queue
+    // begins. A queue left by an earlier run resumes where it stopped.
+    bool open(QString *error, bool startAfresh = false);
+    void close();
+    bool isOpen() const;
+    // Where an unusable file went with startAfresh; empty if none was moved.
+    QString movedAside() const { return m_movedAside; }
+
+    // Queues a message at the end. When the queue grows beyond its size the
+    // oldest messages not yet handed out go; how many is returned in dropped.
+    bool append(const QString &topic, const QByteArray &payload, int *dropped);
+    // Up to limit messages after the given id, oldest first.
+    QList<Entry> after(qint64 id, int limit);
+    // Removes a message the broker has acknowledged.
+    void remove(const Entry &entry);
+    // Messages with an id up to this one are on their way and are never dropped.
+    void setHandedOutUpTo(qint64 id) { m_handedOut = id; }
+
+    qint64 count() const { return m_count; }
+    qint64 bytes() const { return m_bytes; }
+    QString lastError() const { return m_error; }
+
+private:
+    bool openDatabase(QString *error);
+    bool checkOrCreate(bool *unusable, QString *error);
+    bool moveAside(QString *error);
+    bool exec(const QString &statement);
+    int dropOldest();
+
+    QString m_path;
+    qint64 m_maxBytes;
+    QString m_connection;
+    QString m_movedAside;
+    QString m_error;
+    qint64 m_count = 0;
+    qint64 m_bytes = 0;
+    qint64 m_handedOut = 0;
+};
