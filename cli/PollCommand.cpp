@@ -4,6 +4,7 @@
 #include "Outcome.h"
 #include "Output.h"
 #include "Plural.h"
+#include "Presence.h"
 #include "ReadPlan.h"
 #include "RecordRows.h"
 #include "StopSignal.h"
@@ -16,9 +17,6 @@
 #include <algorithm>
 
 namespace {
-
-// Cycles without one good record before the controller counts as lost.
-constexpr int kLostAfterCycles = 3;
 
 // What a cycle gave each tag: its record, or why it has none.
 struct Reading {
@@ -89,33 +87,6 @@ QString milliseconds(double ms)
 {
     return QString::number(ms, 'f', 1);
 }
-
-// One line when the controller has given nothing good for some cycles, one
-// when it answers again.
-class Presence
-{
-public:
-    void cycle(bool anyGood)
-    {
-        if (anyGood) {
-            if (m_lost)
-                Console::error(
-                    QStringLiteral("controller back after %1").arg(plural(m_silentCycles, "cycle", "cycles")));
-            m_lost = false;
-            m_silentCycles = 0;
-            return;
-        }
-        if (++m_silentCycles == kLostAfterCycles) {
-            m_lost = true;
-            Console::error(QStringLiteral("controller lost: no good reply for %1")
-                               .arg(plural(kLostAfterCycles, "cycle", "cycles")));
-        }
-    }
-
-private:
-    int m_silentCycles = 0;
-    bool m_lost = false;
-};
 
 } // namespace
 
