@@ -163,7 +163,12 @@ bool MqttClient::publish(const QString &topic, const QByteArray &payload, int qo
         return false;
     const int rc = mosquitto_publish(m_client, messageId, topic.toUtf8().constData(), payload.size(),
                                      payload.constData(), qos, retain);
-    if (rc != MOSQ_ERR_SUCCESS && rc != MOSQ_ERR_NO_CONN)
+    // Without a connection libmosquitto still keeps a QoS 1 or 2 message and
+    // sends it once connected (its acknowledgement comes as for any other):
+    // it was taken, and handing it over again would send it twice.
+    if (rc == MOSQ_ERR_NO_CONN)
+        return qos > 0;
+    if (rc != MOSQ_ERR_SUCCESS)
         qCWarning(lcMqtt).noquote() << QStringLiteral("publishing on %1 failed: %2").arg(topic, errorText(rc));
     return rc == MOSQ_ERR_SUCCESS;
 }

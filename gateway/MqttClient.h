@@ -49,7 +49,8 @@ public:
     // the will; the client then reconnects by itself.
     void dropConnection();
 
-    // True when libmosquitto took the message; messageId identifies its acknowledgement.
+    // True when libmosquitto took the message (a QoS 1 or 2 one also without
+    // a connection: it goes out at the next); messageId identifies its acknowledgement.
     bool publish(const QString &topic, const QByteArray &payload, int qos, bool retain, int *messageId = nullptr);
     bool subscribe(const QString &filter, int qos);
 

@@ -53,7 +53,9 @@ public:
         if (m_connected && m_buffer.count() == 0) {
             int mid = 0;
             if (m_client->publish(topic, payload, m_config.broker.qos, false, &mid)) {
-                m_inflight.insert(mid, {false, ++m_order, {0, topic, payload}});
+                m_inflight.insert(mid, {false, m_config.broker.qos, ++m_order, {0, topic, payload}});
+                if (m_config.broker.qos > 0)
+                    ++m_live;
                 updateBacklog();
                 return;
             }
@@ -82,8 +84,10 @@ public:
     void connection(bool connected)
     {
         m_connected = connected;
-        if (!connected)
+        if (!connected) {
+            forgetUnconfirmedQos0();
             return;
+        }
         // Listening before saying online: whoever waits for online may write.
         m_client->subscribe(Topics::writeFilter(m_config.name), 1);
         m_client->publish(Topics::gatewayStatus(m_config.name), kOnline, 1, true);
@@ -103,6 +107,8 @@ public:
             return; // a status or an event
         const Pending pending = it.value();
         m_inflight.erase(it);
+        if (!pending.replay && pending.qos > 0)
+            --m_live;
         if (pending.replay) {
             m_buffer.remove(pending.entry);
             --m_replaying;
@@ -136,6 +142,8 @@ public:
         std::sort(unacknowledged.begin(), unacknowledged.end(),
                   [](const Pending &a, const Pending &b) { return a.order < b.order; });
         m_inflight.clear();
+        m_live = 0;
+        m_replaying = 0;
         for (const Pending &pending : qAsConst(unacknowledged))
             enqueue(pending.entry.topic, pending.entry.payload);
         if (!unacknowledged.isEmpty())
@@ -153,6 +161,7 @@ public:
 private:
     struct Pending {
         bool replay = false;
+        int qos = 1;
         qint64 order = 0;
         OfflineBuffer::Entry entry;
     };
@@ -196,10 +205,13 @@ private:
     // Hands queued messages to the client, oldest first, with QoS 1. A row
     // leaves the disk only when the broker has acknowledged it; libmosquitto
     // sends again what was on its way when a connection broke, so the rows
-    // handed out are not handed out twice.
+    // handed out are not handed out twice. Live messages still on their way
+    // are older than anything queued (live goes out only with an empty
+    // queue): after a reconnection libmosquitto sends them again, and the
+    // replay waits for their acknowledgement so that no stream is reordered.
     void pump()
     {
-        while (m_connected && m_replaying < kReplayWindow) {
+        while (m_connected && m_live == 0 && m_replaying < kReplayWindow) {
             const QList<OfflineBuffer::Entry> batch = m_buffer.after(m_handedOut, kReplayWindow - m_replaying);
             if (batch.isEmpty())
                 return;
@@ -207,12 +219,33 @@ private:
                 int mid = 0;
                 if (!m_client->publish(entry.topic, entry.payload, 1, false, &mid))
                     return; // the next connection takes it up again
-                m_inflight.insert(mid, {true, ++m_order, entry});
+                m_inflight.insert(mid, {true, 1, ++m_order, entry});
                 ++m_replaying;
                 m_handedOut = entry.id;
                 m_buffer.setHandedOutUpTo(entry.id);
             }
         }
+    }
+
+    // A QoS 0 message is confirmed only by being written to the socket; one
+    // caught in a broken connection is never confirmed. The operator chose
+    // at most once for these: they are let go, and said so.
+    void forgetUnconfirmedQos0()
+    {
+        int forgotten = 0;
+        for (auto it = m_inflight.begin(); it != m_inflight.end();) {
+            if (!it->replay && it->qos == 0) {
+                it = m_inflight.erase(it);
+                ++forgotten;
+            } else {
+                ++it;
+            }
+        }
+        if (forgotten > 0)
+            qCInfo(lcNorth).noquote() << QStringLiteral(
+                                             "%1 QoS 0 messages may not have reached the broker before it went away")
+                                             .arg(forgotten);
+        updateBacklog();
     }
 
     void updateBacklog()
@@ -234,7 +267,8 @@ private:
     QHash<QString, QByteArray> m_statuses;
     qint64 m_order = 0;
     qint64 m_handedOut = 0;
-    int m_replaying = 0;
+    int m_replaying = 0; // queued messages on their way
+    int m_live = 0;      // live QoS 1 or 2 messages on their way
     int m_offlineMid = -1;
     qint64 m_droppedInEpisode = 0;
 };
