@@ -33,11 +33,21 @@ class CliPairing : public QObject
     Q_OBJECT
 
 private slots:
-    // The second reply comes late: the third read must not take it as its own.
+    // The second reply comes late: the third read must not take it as its own, over UDP or a serial line.
+    void readAfterLostReply_data()
+    {
+        QTest::addColumn<bool>("serial");
+        QTest::newRow("udp") << false;
+        QTest::newRow("pty") << true;
+    }
     void readAfterLostReply()
     {
+        QFETCH(bool, serial);
         Simulator sim;
-        QVERIFY(sim.startUdp({"--self-describing", QString::number(kController), "--late", "2:450"}));
+        // A serial exchange gives up some 450 ms after its request.
+        const QStringList options = {"--self-describing", QString::number(kController), "--late",
+                                     serial ? "2:700" : "2:450"};
+        QVERIFY(serial ? sim.startPty(options) : sim.startUdp(options));
         const Run run = cli({"--connect", sim.connectText(), "--format", "json", "read", "AI1:int32", "AI2:int32",
                              "AI3:int32", "LW4:int32"});
         QCOMPARE(run.exitCode, 4);
