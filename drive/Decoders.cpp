@@ -3,8 +3,7 @@
 
 #include "LibSorvik.h"
 
-#include "../engine/ElementBytes.h"
-#include "../link/SorvikProtocol.h"
+#include "../protocol/ElementBytes.h"
 
 using ElementBytes::byteAt;
 
@@ -21,17 +20,6 @@ int boundedCount(int count, const QByteArray &data, int width)
     return count > 0 ? static_cast<int>(qMin<qint64>(count, most)) : 0;
 }
 
-// Element i of width sizeof(T), least significant byte first.
-template <typename T> T littleEndianAt(const QByteArray &data, qint64 offset)
-{
-    if (offset + qint64(sizeof(T)) <= data.size())
-        return ElementBytes::fromLittleEndian<T>(data.constData() + offset);
-    char bytes[sizeof(T)];
-    for (size_t k = 0; k < sizeof(T); ++k)
-        bytes[k] = static_cast<char>(byteAt(data, offset + qint64(k)));
-    return ElementBytes::fromLittleEndian<T>(bytes);
-}
-
 template <typename T> QVariant decodeLittleEndian(const QByteArray &data, int count)
 {
     const int n = boundedCount(count, data, sizeof(T));
@@ -44,7 +32,7 @@ template <typename T> QVariant decodeLittleEndian(const QByteArray &data, int co
     for (int i = 0; i < whole; ++i, at += sizeof(T))
         list.append(ElementBytes::fromLittleEndian<T>(at));
     for (int i = whole; i < n; ++i)
-        list.append(littleEndianAt<T>(data, qint64(i) * qint64(sizeof(T))));
+        list.append(ElementBytes::littleEndianAt<T>(data, qint64(i) * qint64(sizeof(T))));
     return SorvikValues::toVariant(list);
 }
 
@@ -54,12 +42,8 @@ template <typename T> QVariant decodeBigEndian64(const QByteArray &data, int cou
     const int n = boundedCount(count, data, 8);
     QList<T> list;
     list.reserve(n);
-    for (int i = 0; i < n; ++i) {
-        quint64 bits = 0;
-        for (int k = 0; k < 8; ++k)
-            bits = (bits << 8) | byteAt(data, qint64(i) * 8 + k);
-        list.append(static_cast<T>(bits));
-    }
+    for (int i = 0; i < n; ++i)
+        list.append(ElementBytes::bigEndianAt<T>(data, qint64(i) * 8));
     return SorvikValues::toVariant(list);
 }
 

@@ -4,7 +4,7 @@
 
 #include "LibSorvik.h"
 
-#include "../engine/ElementBytes.h"
+#include "../protocol/ElementBytes.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include "LibSorvik.h"
 
 #include "../link/SorvikProtocol.h"
+#include "LinkStatus.h"
 
 #include <QDateTime>
 
@@ -10,7 +11,7 @@ using namespace SorvikProtocol;
 
 namespace {
 
-// Every 256-byte block of area 28 starts with a head byte that is no data.
+// Every 256-byte block of area SI starts with a head byte that is no data.
 QByteArray withoutBlockHeads(const QByteArray &data, int blocks)
 {
     QByteArray out;
@@ -33,8 +34,11 @@ CLabelVariable LibSorvik::ReadVariable(QString tag, DataType type, int count)
     CLabelVariable record;
     const int area = getArea(tag);
     const int index = getAddr(tag);
-    const int refused = area == 0 ? 3 : count < 1 ? 4 : type == TYPE_NONE ? 2 : 0;
-    if (refused) {
+    const int refused = area == 0           ? RecordStatus::NoArea
+                        : count < 1         ? RecordStatus::LengthRefused
+                        : type == TYPE_NONE ? RecordStatus::TypeRefused
+                                            : RecordStatus::Ok;
+    if (refused != RecordStatus::Ok) {
         // A refused request keeps the time of the call. A read replaces it
         // with its own, so it is taken only here: local time costs a look at
         // the zone file on every call where TZ is not set.
@@ -54,7 +58,7 @@ CLabelVariable LibSorvik::Read_data(int area, int index, DataType type, int coun
     CLabelVariable record;
     const int bytes = getBytelen(type, count, area);
     if (bytes == 0 || count == 0) {
-        record.status = 4;
+        record.status = RecordStatus::LengthRefused;
         return record;
     }
 
@@ -66,12 +70,12 @@ CLabelVariable LibSorvik::Read_data(int area, int index, DataType type, int coun
         result = m_cmd.ReadStrings(area, index, bytes, &data, tag);
     else
         result = m_cmd.ReadBytes(area, index, bytes, &data, tag);
-    if (result != 0) {
-        record.status = result == -3 ? 9 : 8;
+    if (result != LinkResult::Ok) {
+        record.status = statusOfLinkFailure(result);
         return record;
     }
     record.time = QDateTime::currentDateTime();
-    record.status = 0;
+    record.status = RecordStatus::Ok;
 
     // On a bit area the link packs eight wire bytes into one data byte.
     int n = type >= TYPE_INT8 && type <= TYPE_DOUBLE && isBitArea(area) ? count : bytes;

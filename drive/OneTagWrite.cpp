@@ -3,6 +3,7 @@
 #include "LibSorvik.h"
 
 #include "../link/SorvikProtocol.h"
+#include "LinkStatus.h"
 
 #include <QDateTime>
 
@@ -16,8 +17,8 @@ bool typeAllowedInArea(DataType type, int area)
     switch (type) {
     case TYPE_NONE: return false;
     case TYPE_INT32:
-    case TYPE_UINT32: return area == 24;
-    case TYPE_FLOAT: return area == 10 || area == 18 || area == 23;
+    case TYPE_UINT32: return area == AreaCode::LW;
+    case TYPE_FLOAT: return area == AreaCode::AO || area == AreaCode::NAO || area == AreaCode::LA;
     default: return true;
     }
 }
@@ -37,7 +38,7 @@ int listSize(const QVariant &value, DataType type)
 
 // The payload of `count` strings, or an empty array when one is refused.
 // Each string is encoded alone. A single string goes in its packed form,
-// whatever its size. Several strings in area 28 get one block each, length
+// whatever its size. Several strings in area SI get one block each, length
 // byte, text and zeros, so that the frame carries the count × 256 bytes its
 // length field announces; a text longer than its block would overwrite the
 // next one there, so it is refused. Elsewhere the packed forms follow each
@@ -74,11 +75,11 @@ CLabelVariable LibSorvik::WriteVariable(QString tag, DataType type, CLabelVariab
     const int area = getArea(tag);
     const int index = getAddr(tag);
     if (area == 0)
-        label.status = 3;
+        label.status = RecordStatus::NoArea;
     else if (count < 0)
-        label.status = 4;
+        label.status = RecordStatus::LengthRefused;
     else if (!typeAllowedInArea(type, area))
-        label.status = 2;
+        label.status = RecordStatus::TypeRefused;
     else
         label = Write_data(area, index, type, label, count, tag);
     label.tag = tag;
@@ -91,20 +92,20 @@ CLabelVariable LibSorvik::Write_data(int area, int index, DataType type, CLabelV
 {
     const int bytes = getBytelen(type, count, area);
     if (bytes == 0 || count == 0) {
-        label.status = 4;
+        label.status = RecordStatus::LengthRefused;
         return label;
     }
     // A value that is no list of the type's elements would leave the payload
     // empty and the frame's data undefined: the write stops as a refused type.
     const int held = listSize(label.value, type);
     if (held < 0) {
-        label.status = 2;
+        label.status = RecordStatus::TypeRefused;
         return label;
     }
     // Fewer elements than count would leave the end of the frame undefined:
     // the write stops as a refused length.
     if (held < count) {
-        label.status = 4;
+        label.status = RecordStatus::LengthRefused;
         return label;
     }
 
@@ -124,7 +125,7 @@ CLabelVariable LibSorvik::Write_data(int area, int index, DataType type, CLabelV
     case TYPE_STRING:
         payload = stringPayload(*this, label.value, count, area);
         if (payload.isEmpty()) {
-            label.status = 4;
+            label.status = RecordStatus::LengthRefused;
             return label;
         }
         break;
@@ -140,11 +141,11 @@ CLabelVariable LibSorvik::Write_data(int area, int index, DataType type, CLabelV
         result = m_cmd.WriteBytes(area, index, bytes, payload, tag);
     }
 
-    if (result == 0) {
+    if (result == LinkResult::Ok) {
         label.time = QDateTime::currentDateTime();
-        label.status = 0;
+        label.status = RecordStatus::Ok;
     } else {
-        label.status = result == -3 ? 9 : 8;
+        label.status = statusOfLinkFailure(result);
     }
     return label;
 }

@@ -38,7 +38,7 @@ int LibSorvik::getAddr(QString tag)
 
 int LibSorvik::getmaximum_length(int area)
 {
-    return area >= 0 && area < int(sizeof(kAreaSizes) / sizeof(kAreaSizes[0])) ? kAreaSizes[area] : 0;
+    return area >= 0 && area < int(kAreaSizes.size()) ? kAreaSizes[area] : 0;
 }
 
 // A wide type on a bit area keeps the one rule, count × width wire bytes,

@@ -1,6 +1,9 @@
+// Reading one planned block and cutting its reply into the records of its tags.
+
 #include "CInductiveDrive.h"
 
-#include "ElementBytes.h"
+#include "../protocol/ElementBytes.h"
+#include "BlockKind.h"
 
 #include <QByteArray>
 
@@ -15,19 +18,15 @@ template <typename T> QVariant single(T element)
     return QVariant::fromValue(QList<T>{element});
 }
 
-// Byte `index` of a reply, or 0 outside it: short replies read as zeros.
-char byteAt(const QList<char> &bytes, qint64 index)
-{
-    return index >= 0 && index < bytes.size() ? bytes.at(static_cast<int>(index)) : '\0';
-}
+using ElementBytes::byteAt;
 
 // The text of a string tag: its bytes from `from` up to the first zero byte,
 // `size` bytes or the end of the reply, whichever comes first.
 QString textAt(const QList<char> &bytes, qint64 from, int size)
 {
     QByteArray text;
-    for (qint64 i = from; i < from + size && byteAt(bytes, i) != '\0'; ++i)
-        text.append(byteAt(bytes, i));
+    for (qint64 i = from; i < from + size && byteAt(bytes, i) != 0; ++i)
+        text.append(static_cast<char>(byteAt(bytes, i)));
     return QString::fromUtf8(text);
 }
 
@@ -36,7 +35,7 @@ QString textAt(const QList<char> &bytes, qint64 from, int size)
 QVariant elementAt(const QList<char> &bytes, int offset, int width, int dataType, int size)
 {
     if (dataType == TYPE_BOOL) {
-        const quint8 byte = static_cast<quint8>(byteAt(bytes, offset / 8));
+        const quint8 byte = byteAt(bytes, offset / 8);
         return single<bool>((byte >> (offset % 8)) & 1u);
     }
     const qint64 from = qint64(offset) * width;
@@ -45,7 +44,7 @@ QVariant elementAt(const QList<char> &bytes, int offset, int width, int dataType
 
     char buffer[8] = {};
     for (int k = 0; k < size && k < int(sizeof buffer); ++k)
-        buffer[k] = byteAt(bytes, from + k);
+        buffer[k] = static_cast<char>(byteAt(bytes, from + k));
     if (dataType == TYPE_INT8 || dataType == TYPE_UINT8)
         return single<char>(buffer[0]); // both byte types come back as char in a block
     QVariant value;                     // stays invalid for the no-element type
@@ -72,10 +71,10 @@ QMap<SReadInfo, CLabelVariable> CInductiveDrive::BlockReading(const QString &con
         return records;
     // A copy: the host may change the plan while the read waits for its reply.
     const SReadGroup block = planned.value();
-    if (block.kind != 1 && block.kind != 2)
+    if (block.kind != BlockKind::Bytes && block.kind != BlockKind::Points)
         return records;
 
-    const bool bits = block.kind == 2;
+    const bool bits = block.kind == BlockKind::Points;
     const QString tag = QStringLiteral("%1%2").arg(block.areaText, block.start.toString());
     const CLabelVariable reply = m_readCallback(connectPar, tag, bits ? TYPE_BOOL : TYPE_INT8, block.length);
 

@@ -1,4 +1,9 @@
+// Writing one planned block in one request; a written block leaves the plan.
+
 #include "CInductiveDrive.h"
+
+#include "../host/RecordStatus.h"
+#include "BlockKind.h"
 
 using Induction::SWriteInfo;
 
@@ -18,7 +23,7 @@ QMap<SWriteInfo, CLabelVariable> CInductiveDrive::BlockWriting(const QString &co
 
     // Whatever the DataTypes of its tags, a byte block goes out as one Int8 run,
     // the bytes in the order planning laid them out.
-    const DataType type = block.kind == 2 ? TYPE_BOOL : TYPE_INT8;
+    const DataType type = block.kind == BlockKind::Points ? TYPE_BOOL : TYPE_INT8;
     const CLabelVariable written = m_writeCallback(
         connectPar, QStringLiteral("%1%2").arg(block.areaText, block.start.toString()), type, block.data, block.length);
 
@@ -27,7 +32,7 @@ QMap<SWriteInfo, CLabelVariable> CInductiveDrive::BlockWriting(const QString &co
         results[entry] = written; // assigned: statusAux and auxWord stay those of a fresh record
 
     // Only a written block leaves the plan; a failed one keeps its bytes for a retry.
-    if (written.status == 0) {
+    if (written.status == RecordStatus::Ok) {
         auto it = m_writePlans.find(connectPar);
         if (it != m_writePlans.end()) {
             const auto done = it->find(group);

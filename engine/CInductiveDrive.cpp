@@ -1,3 +1,5 @@
+// The engine object: the tag patterns, the analysis of a tag text, tag sizes and the limits.
+
 #include "CInductiveDrive.h"
 
 #include "EngineAreas.h"
@@ -10,17 +12,15 @@ const char kNumberPattern[] =
     "0[1-9][0-9][0-9]|00[1-9][0-9][0-9]|[1-9][0-9][0-9][0-9]|0[1-9][0-9][0-9][0-9]|[1-2][0-9][0-9][0-9][0-9]|"
     "3[0-1][0-9][0-9][0-9]|32[0-6][0-9][0-9]|327[0-5][0-9]|3276[0-7])";
 
-constexpr int kLongestPrefix = 4; // DI_F and its kin
-
 // The text up to the first digit: the only place where an area prefix can
 // stand. Empty when it is too long to be one.
 QString leadingNonDigits(const QString &tag)
 {
     int end = 0;
-    while (end < tag.size() && end <= kLongestPrefix &&
+    while (end < tag.size() && end <= EngineAreas::kLongestPrefix &&
            !(tag.at(end) >= QLatin1Char('0') && tag.at(end) <= QLatin1Char('9')))
         ++end;
-    return end <= kLongestPrefix ? tag.left(end) : QString();
+    return end <= EngineAreas::kLongestPrefix ? tag.left(end) : QString();
 }
 
 } // namespace
@@ -84,7 +84,7 @@ int CInductiveDrive::tagSize(const QString &tag, int dataType) const
         const int length = match.capturedRef(1).toInt(&ok);
         return ok ? length : -1; // a length beyond 32 bits cannot be told
     }
-    if (tag.startsWith(QLatin1String("SI")) || tag.startsWith(QLatin1String("SO")))
+    if (EngineAreas::startsWithStringArea(tag))
         return EngineAreas::kStringBytes;
     return -1;
 }

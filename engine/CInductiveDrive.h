@@ -1,5 +1,7 @@
 #pragma once
 
+// The engine for tag lists: grouped reads and writes planned and carried out.
+
 #include "../host/CLabelVariable.h"
 #include "../host/DataType.h"
 #include "../host/InductionRecords.h"
@@ -15,11 +17,11 @@
 
 // What the analysis of a tag text yields; all fields blank for a refused tag.
 struct STagAddress {
-    QString areaText;  // the prefix as the tag spells it
-    int area = 0;      // engine area code
-    int number = -1;   // 1..32767
-    int bit = -1;      // no pattern carries a bit
-    int length = 0;    // byte size by dataType
+    QString areaText; // the prefix as the tag spells it
+    int area = 0;     // engine area code
+    int number = -1;  // 1..32767
+    int bit = -1;     // no pattern carries a bit
+    int length = 0;   // byte size by dataType
 
     bool isBlank() const { return area == 0 && number == -1 && bit == -1 && length == 0 && areaText.isEmpty(); }
 };
@@ -34,13 +36,20 @@ struct SStringPoint {
 // Plans grouped reads and writes of tag lists and carries them out through
 // two callbacks; it never touches the link itself, so it runs against any
 // pair of callbacks. State is public so that hosts and tests can look at it.
+//
+// Where the operations live: analysis, sizes and limits in CInductiveDrive.cpp;
+// InductiveDrive_Read in ReadPlanning.cpp, the Get/Del of read plans in
+// ReadQueries.cpp, BlockReading and PointReading in BlockReading.cpp and
+// PointReading.cpp; InductiveDrive_Write in WritePlanning.cpp, the Get of write
+// plans in WriteQueries.cpp, BlockWriting and PointWriting in BlockWriting.cpp
+// and PointWriting.cpp.
 class CInductiveDrive
 {
 public:
-    using ReadCallback = std::function<CLabelVariable(const QString &connectPar, const QString &tag, DataType type,
-                                                      int count)>;
-    using WriteCallback = std::function<CLabelVariable(const QString &connectPar, const QString &tag,
-                                                       DataType type, QVariant value, int count)>;
+    using ReadCallback =
+        std::function<CLabelVariable(const QString &connectPar, const QString &tag, DataType type, int count)>;
+    using WriteCallback = std::function<CLabelVariable(const QString &connectPar, const QString &tag, DataType type,
+                                                       QVariant value, int count)>;
     using ReadPlan = QMap<QList<Induction::SReadInfo>, SReadGroup>;
     using WritePlan = QMap<QList<Induction::SWriteInfo>, SWriteGroup>;
 
@@ -64,9 +73,8 @@ public:
     QMap<Induction::SReadInfo, CLabelVariable> BlockReading(const QString &connectPar,
                                                             const QList<Induction::SReadInfo> &group);
     CLabelVariable PointReading(const QString &connectPar, const Induction::SReadInfo &info);
-    QMap<Induction::SReadInfo, CLabelVariable> PointReading(const QString &connectPar,
-                                                            const QList<Induction::SReadInfo> &infos,
-                                                            const int &interval);
+    QMap<Induction::SReadInfo, CLabelVariable>
+    PointReading(const QString &connectPar, const QList<Induction::SReadInfo> &infos, const int &interval);
     void DelInductiveDrive_Read(const QString &connectPar);
     void DelInductiveDrive_Read(const QString &connectPar, const QList<Induction::SReadInfo> &group);
     void DelCannotInductiveDrive_Read(const QString &connectPar);
@@ -80,9 +88,8 @@ public:
     QMap<Induction::SWriteInfo, CLabelVariable> BlockWriting(const QString &connectPar,
                                                              const QList<Induction::SWriteInfo> &group);
     CLabelVariable PointWriting(const QString &connectPar, const Induction::SWriteInfo &info);
-    QMap<Induction::SWriteInfo, CLabelVariable> PointWriting(const QString &connectPar,
-                                                             const QList<Induction::SWriteInfo> &infos,
-                                                             const int &interval);
+    QMap<Induction::SWriteInfo, CLabelVariable>
+    PointWriting(const QString &connectPar, const QList<Induction::SWriteInfo> &infos, const int &interval);
     WritePlan GetInductiveDrive_Write(const QString &connectPar);
     SWriteGroup GetInductiveDrive_Write(const QString &connectPar, const QList<Induction::SWriteInfo> &group);
     QList<Induction::SWriteInfo> GetCannotInductiveDrive_Write(const QString &connectPar);

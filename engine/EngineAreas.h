@@ -1,63 +1,109 @@
 #pragma once
 
-// The engine's own table of areas. Its codes are the engine's keys: 1 to 24
-// equal the wire codes, SI and SO are 25 and 26 here. The family decides how
-// an area is planned (points or bytes); the width is the bytes of one address.
+// The areas as the engine plans them, read from the one area table by engine
+// key: 1 to 24 equal the wire codes, SI and SO are 25 and 26. The family
+// decides how an area is planned: by points where one address is one byte,
+// by bytes where it is wider.
 
 #include "../host/DataType.h"
+#include "../protocol/SorvikAreas.h"
 
+#include <QString>
 #include <QtGlobal>
 
+#include <array>
 #include <limits>
 
 namespace EngineAreas {
 
+using SorvikProtocol::Area;
+
 enum class Family { None, Bit, Word };
 
-struct Area {
-    const char *name;
-    int width;
-};
+constexpr int kStringBytes = SorvikProtocol::kStringBlock; // one string address of SI and SO
 
-constexpr int kCount = 26;
-constexpr int kStringBytes = 256; // one string address of SI and SO
+// The highest key; every key from 1 to it has a row.
+constexpr int kCount = [] {
+    int most = 0;
+    for (const Area &area : SorvikProtocol::kAreaTable)
+        most = qMax(most, area.key);
+    return most;
+}();
 
-// Indexed by code minus 1.
-constexpr Area kAreas[kCount] = {{"DI", 1},           {"DI_F", 1}, {"DI_S", 1}, {"DO", 1},   {"DO_F", 1},
-                                 {"DO_S", 1},         {"AI", 4},   {"AI_F", 4}, {"AI_S", 1}, {"AO", 4},
-                                 {"AO_F", 4},         {"AO_S", 1}, {"SD", 1},   {"SA", 2},   {"NDI", 1},
-                                 {"NDO", 1},          {"NAI", 4},  {"NAO", 4},  {"HDS", 1},  {"HDP", 1},
-                                 {"HAI", 4},          {"LD", 1},   {"LA", 4},   {"LW", 4},   {"SI", kStringBytes},
-                                 {"SO", kStringBytes}};
-
-// Bit n stands for code n.
-constexpr quint32 kBitFamilyMask = 0x59b27e;
-constexpr quint32 kWordFamilyMask = 0x7a64d80;
+// Rows by key; nullptr at 0.
+inline constexpr std::array<const Area *, kCount + 1> kByKey = [] {
+    std::array<const Area *, kCount + 1> rows{};
+    for (const Area &area : SorvikProtocol::kAreaTable)
+        if (area.key != 0)
+            rows[area.key] = &area;
+    return rows;
+}();
 
 constexpr bool isArea(int code)
 {
     return code >= 1 && code <= kCount;
 }
 
-constexpr Family family(int code)
-{
-    return !isArea(code)                    ? Family::None
-           : (kBitFamilyMask >> code) & 1u  ? Family::Bit
-           : (kWordFamilyMask >> code) & 1u ? Family::Word
-                                            : Family::None;
-}
-
 // Bytes of one address; 0 for anything that is no area.
 constexpr int width(int code)
 {
-    return isArea(code) ? kAreas[code - 1].width : 0;
+    return isArea(code) ? kByKey[code]->width : 0;
+}
+
+constexpr Family family(int code)
+{
+    return width(code) == 1 ? Family::Bit : width(code) > 1 ? Family::Word : Family::None;
 }
 
 // The upper-case name; nullptr for anything that is no area.
 constexpr const char *name(int code)
 {
-    return isArea(code) ? kAreas[code - 1].name : nullptr;
+    return isArea(code) ? kByKey[code]->prefix : nullptr;
 }
+
+// Whether a tag text names one of the string areas, by its upper-case prefix
+// alone: the length of a string tag follows from that.
+inline bool startsWithStringArea(const QString &tag)
+{
+    for (int code = 1; code <= kCount; ++code)
+        if (width(code) == kStringBytes && tag.startsWith(QLatin1String(name(code))))
+            return true;
+    return false;
+}
+
+// The longest prefix of any area the engine plans.
+constexpr int kLongestPrefix = [] {
+    int longest = 0;
+    for (int code = 1; code <= kCount; ++code) {
+        int length = 0;
+        while (name(code)[length])
+            ++length;
+        longest = qMax(longest, length);
+    }
+    return longest;
+}();
+
+constexpr quint32 maskOf(Family wanted)
+{
+    quint32 mask = 0;
+    for (int code = 1; code <= kCount; ++code)
+        if (family(code) == wanted)
+            mask |= 1u << code;
+    return mask;
+}
+
+static_assert(
+    kCount == 26 &&
+        [] {
+            for (int code = 1; code <= kCount; ++code)
+                if (!kByKey[code])
+                    return false;
+            return true;
+        }(),
+    "a row for every key from 1 to 26");
+static_assert(maskOf(Family::Bit) == 0x59b27e, "the areas planned by points");
+static_assert(maskOf(Family::Word) == 0x7a64d80, "the areas planned by bytes");
+static_assert(kLongestPrefix == 4, "DI_F and its kin");
 
 // Place of address `number` in a block of `area` that begins at `start`: a
 // count of addresses, but of bits for a bool in a word-family area, and 0 for

@@ -1,3 +1,5 @@
+// Reading tags one by one, strings as raw bytes under their canonical text.
+
 #include "CInductiveDrive.h"
 
 #include <QThread>

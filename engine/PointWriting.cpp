@@ -1,3 +1,5 @@
+// Writing tags one by one, strings as fixed-length byte runs.
+
 #include "CInductiveDrive.h"
 
 #include "../host/ValueLists.h"

@@ -1,5 +1,8 @@
+// Planning read blocks: tag lists cut into blocks by area and limit, and blocks laid out by the caller.
+
 #include "CInductiveDrive.h"
 
+#include "BlockKind.h"
 #include "EngineAreas.h"
 
 #include <algorithm>
@@ -125,7 +128,7 @@ QList<QList<SReadInfo>> CInductiveDrive::InductiveDrive_Read(const QString &conn
             group.areaText = areaText;
             group.start = QString::number(block.first);
             group.length = static_cast<int>(block.length);
-            group.kind = points ? 2 : 1;
+            group.kind = points ? BlockKind::Points : BlockKind::Bytes;
             for (Run tag = block.begin; tag != block.end; ++tag)
                 group.tags.insert(
                     *tag->info,
@@ -156,16 +159,16 @@ QList<QList<SReadInfo>> CInductiveDrive::InductiveDrive_Read(const QString &conn
     ReadPlan &plan = m_readPlans[connectPar];
     for (const Induction::SReadInfo_manual &block : blocks) {
         // Taken on trust: only the start tag is analysed, and a start that fits
-        // no pattern still gives a block, of kind 0, that is never read.
+        // no pattern still gives a block, of the unread kind.
         const STagAddress address = analyseTag(block.tag, TYPE_NONE);
         SReadGroup group;
         group.areaText = address.areaText;
         group.start = QString::number(address.number);
         group.length = block.length;
         switch (EngineAreas::family(address.area)) {
-        case EngineAreas::Family::Bit: group.kind = 2; break;
-        case EngineAreas::Family::Word: group.kind = 1; break;
-        case EngineAreas::Family::None: group.kind = 0; break;
+        case EngineAreas::Family::Bit: group.kind = BlockKind::Points; break;
+        case EngineAreas::Family::Word: group.kind = BlockKind::Bytes; break;
+        case EngineAreas::Family::None: group.kind = BlockKind::Unread; break;
         }
         const int width = EngineAreas::width(address.area);
         for (const SReadItem_manual &item : block.items)

@@ -1,3 +1,5 @@
+// Looking up and deleting read plans and the tags no plan could take.
+
 #include "CInductiveDrive.h"
 
 using Induction::SReadInfo;

@@ -3,7 +3,7 @@
 // The byte runs that the write side hands to the write path: strings as
 // fixed-length Latin-1 and byte blocks as Int8 lists.
 
-#include "../link/SorvikProtocol.h"
+#include "../protocol/SorvikAreas.h"
 
 #include <QByteArray>
 #include <QList>

@@ -1,7 +1,10 @@
+// Planning write blocks: each entry turned into its bytes, then merged into gapless runs.
+
 #include "CInductiveDrive.h"
 
 #include "../host/ValueLists.h"
-#include "ElementBytes.h"
+#include "../protocol/ElementBytes.h"
+#include "BlockKind.h"
 #include "EngineAreas.h"
 #include "WriteBytes.h"
 
@@ -137,8 +140,7 @@ QList<QList<SWriteInfo>> CInductiveDrive::InductiveDrive_Write(const QString &co
             // known size adds no bytes and leaves a ragged length, which the
             // write path refuses for the whole block.
             const bool joins = !alone && item.area == first.area && item.point == first.point && length < limit &&
-                               length >= 1 && length % width == 0 &&
-                               item.start == first.start + length / width;
+                               length >= 1 && length % width == 0 && item.start == first.start + length / width;
             if (!joins)
                 break;
             key.append(*item.entry);
@@ -153,7 +155,7 @@ QList<QList<SWriteInfo>> CInductiveDrive::InductiveDrive_Write(const QString &co
         group.areaText = areaName(first.area);
         group.start = QString::number(first.start);
         group.length = length;
-        group.kind = first.point ? 2 : 1;
+        group.kind = first.point ? BlockKind::Points : BlockKind::Bytes;
         group.data =
             first.point ? SorvikValues::toVariant(points) : SorvikValues::toVariant(WriteBytes::charList(bytes));
         plan.insert(key, group);

@@ -1,3 +1,5 @@
+// Looking up write plans and the entries no plan could take.
+
 #include "CInductiveDrive.h"
 
 using Induction::SWriteInfo;

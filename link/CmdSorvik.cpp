@@ -4,6 +4,7 @@
 #include "CmdSorvik.h"
 
 #include "LinkLog.h"
+#include "LinkResult.h"
 #include "SorvikProtocol.h"
 
 #include <QCoreApplication>
@@ -14,6 +15,20 @@
 #include <QUdpSocket>
 
 using namespace SorvikProtocol;
+
+namespace {
+
+// The rates a serial port is set to, each with the silence that ends a reply
+// at it: that must outlast the gap between two characters, so only the slow
+// rates need a longer one than the last set (0 keeps it).
+struct SerialRate {
+    int baud;
+    int gapMs;
+};
+constexpr SerialRate kSerialRates[] = {{1200, 0},  {2400, 10}, {4800, 6},  {9600, 3},
+                                       {19200, 0}, {38400, 0}, {57600, 0}, {115200, 0}};
+
+} // namespace
 
 CmdSorvik::CmdSorvik(QObject *parent) : QObject(parent) {}
 
@@ -34,16 +49,16 @@ int CmdSorvik::OpenUdp(QString host, int port)
     }
     m_peerPort = port;
     if (!m_peerAddress.setAddress(host))
-        return -1;
+        return LinkResult::Failed;
     // A failed bind (address not local, port taken, a socket still bound from
     // an earlier open) is not an error: sending then goes out from the port
     // the socket already has or one the system picks.
     m_udp->bind(m_peerAddress, kLocalUdpPort);
     if (Handshake() != 0) {
         CloseUdp();
-        return -2;
+        return LinkResult::NoReply;
     }
-    return 0;
+    return LinkResult::Ok;
 }
 
 int CmdSorvik::OpenSerial(QString portName, int baud, int dataBits, int stopBits, QString parity)
@@ -58,26 +73,16 @@ int CmdSorvik::OpenSerial(QString portName, int baud, int dataBits, int stopBits
     }
     m_serial->setPortName(portName);
     if (!m_serial->open(QIODevice::ReadWrite))
-        return -1;
+        return LinkResult::Failed;
 
-    // The silence that ends a reply must outlast the gap between two
-    // characters; only the slow rates need a longer one than the last set.
-    switch (baud) {
-    case 2400: m_gapMs = 10; break;
-    case 4800: m_gapMs = 6; break;
-    case 9600: m_gapMs = 3; break;
-    default: break;
-    }
-    switch (baud) {
-    case 1200:
-    case 2400:
-    case 4800:
-    case 9600:
-    case 19200:
-    case 38400:
-    case 57600:
-    case 115200: m_serial->setBaudRate(baud, QSerialPort::AllDirections); break;
-    default: break; // the port keeps the rate it has
+    // At any other rate the port keeps the rate it has.
+    for (const SerialRate &rate : kSerialRates) {
+        if (rate.baud != baud)
+            continue;
+        if (rate.gapMs > 0)
+            m_gapMs = rate.gapMs;
+        m_serial->setBaudRate(baud, QSerialPort::AllDirections);
+        break;
     }
 
     if (dataBits >= 5 && dataBits <= 8)
@@ -105,14 +110,15 @@ int CmdSorvik::OpenSerial(QString portName, int baud, int dataBits, int stopBits
         m_gapTimer->setSingleShot(false);
         connect(m_gapTimer, &QTimer::timeout, this, &CmdSorvik::TimerTimeOut);
     }
-    return 0;
+    return LinkResult::Ok;
 }
 
 int CmdSorvik::Handshake()
 {
     static const char request[kHandshakeSize] = {static_cast<char>(kHandshake0), static_cast<char>(kHandshake1)};
     QByteArray reply;
-    if (Exchange(QByteArray::fromRawData(request, kHandshakeSize), kHandshakeSize, &reply, kExchangeLimitMs) != 0)
+    if (Exchange(QByteArray::fromRawData(request, kHandshakeSize), kHandshakeSize, &reply, kExchangeLimitMs) !=
+        LinkResult::Ok)
         return 1;
     // Bytes after the first two are of no concern.
     const bool proved = reply.size() >= kHandshakeSize && static_cast<quint8>(reply.at(0)) == kHandshake0 &&
@@ -136,7 +142,7 @@ int CmdSorvik::Exchange(const QByteArray &request, int length, QByteArray *reply
         m_serial->waitForReadyRead(kReadyReadWaitMs);
     }
     if (limitMs <= 0)
-        return -1;
+        return LinkResult::Failed;
 
     // The counter counts nominal ticks: the buffer is looked at before each tick only.
     qint64 waited = 0;
@@ -145,12 +151,12 @@ int CmdSorvik::Exchange(const QByteArray &request, int length, QByteArray *reply
             if (reply)
                 reply->append(m_rxBuffer);
             m_rxBuffer.clear();
-            return 0;
+            return LinkResult::Ok;
         }
         waited += kExchangeTickMs;
         WaitMs(kExchangeTickMs);
         if (waited >= limitMs)
-            return -1;
+            return LinkResult::Failed;
     }
 }
 
@@ -167,27 +173,27 @@ void CmdSorvik::WaitMs(int ms)
 int CmdSorvik::IsLinkOpen()
 {
     if (m_serial)
-        return m_serial->isOpen() ? 0 : -3;
-    return m_udp ? 0 : -3;
+        return m_serial->isOpen() ? LinkResult::Ok : LinkResult::NotOpen;
+    return m_udp ? LinkResult::Ok : LinkResult::NotOpen;
 }
 
 int CmdSorvik::CloseUdp()
 {
     if (!m_udp)
-        return 0; // nothing to close
+        return LinkResult::Ok; // nothing to close
     m_udp->close();
     if (m_udp->state() != QAbstractSocket::UnconnectedState)
         m_udp->waitForDisconnected(30000);
-    return 0;
+    return LinkResult::Ok;
 }
 
 int CmdSorvik::CloseSerial()
 {
     if (!m_serial || !m_serial->isOpen())
-        return -1;
+        return LinkResult::Failed;
     m_serial->clear(QSerialPort::AllDirections);
     m_serial->close();
-    return 0;
+    return LinkResult::Ok;
 }
 
 int CmdSorvik::DeleteUdp()

@@ -22,7 +22,10 @@ public:
     explicit CmdSorvik(QObject *parent = nullptr);
     ~CmdSorvik() override;
 
-    // Transport (0 success; negative codes as each tells).
+    // How a write is named in its log lines: by its tag or by its area.
+    enum class WriteNaming { ByTag, ByArea };
+
+    // Transport (LinkResult::Ok on success; the failures as each tells).
     int OpenUdp(QString host, int port);
     int OpenSerial(QString portName, int baud, int dataBits, int stopBits, QString parity);
     int Handshake();
@@ -35,13 +38,14 @@ public:
     int DeleteSerial();
     int DestroyFree();
 
-    // Read frames: 0 data appended to *out, -2 no reply or wrong identity, -3 link closed.
+    // Read frames: Ok with the data appended to *out, NoReply for no reply or a
+    // wrong identity, NotOpen.
     int ReadExchange(QByteArray request, QByteArray *reply, int length, QString tag);
     int ReadBytes(int area, int index, int length, QByteArray *out, QString tag);
     int ReadStrings(int area, int index, int count, QByteArray *out, QString tag);
     int ReadBits(int area, int index, int count, QByteArray *out, QString tag);
 
-    // Write frames: 0 a reply came, -2 none in time, -3 link closed.
+    // Write frames: Ok when a reply came, NoReply when none came in time, NotOpen.
     int WriteBytes(int area, int index, int length, QByteArray payload, QString tag);
     int WriteBlock(int area, int index, int blocks, QByteArray payload, QString tag);
     int WriteBits(int area, int index, int count, QByteArray payload, QString tag);
@@ -64,6 +68,6 @@ private slots:
 
 private:
     // Sends a write request on an open link, takes the reply cut to 4 + length
-    // bytes and logs both: 0 when any reply came, -3 with no link, -2 otherwise.
-    int SendWrite(const QByteArray &frame, int length, const QString &tag, bool byArea);
+    // bytes and logs both: Ok when any reply came, NotOpen with no link, NoReply otherwise.
+    int SendWrite(const QByteArray &frame, int length, const QString &tag, WriteNaming naming);
 };

@@ -3,6 +3,7 @@
 // Byte-level pieces shared by the read and the write frames: the frame head,
 // safe access to reply bytes, and the cut of a reply to its useful length.
 
+#include "../protocol/ElementBytes.h"
 #include "SorvikProtocol.h"
 
 #include <QByteArray>
@@ -40,10 +41,7 @@ inline QByteArray requestHead(quint8 function, int area, qint32 address, qint32 
 }
 
 // A byte past the end of a reply counts as 0.
-inline quint8 byteAt(const QByteArray &bytes, qint64 offset)
-{
-    return offset >= 0 && offset < bytes.size() ? static_cast<quint8>(bytes.at(static_cast<int>(offset))) : 0;
-}
+using ElementBytes::byteAt;
 
 // Appends `count` bytes of `source` from `offset` on, zeros where the source
 // ends. No frame carries more than a 24-bit field counts, so neither does this.

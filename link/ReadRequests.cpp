@@ -5,6 +5,7 @@
 
 #include "FrameBytes.h"
 #include "LinkLog.h"
+#include "LinkResult.h"
 #include "ReplyUnpacking.h"
 #include "SorvikProtocol.h"
 
@@ -12,23 +13,23 @@ using namespace SorvikProtocol;
 
 namespace {
 
-// Sends one read request and checks that the reply is ours. 0 with the cut
-// reply in *reply, -2 no reply or a foreign one, -3 link closed.
+// Sends one read request and checks that the reply is ours: Ok with the cut
+// reply in *reply, NoReply for no reply or a foreign one, NotOpen.
 int readFrame(CmdSorvik &link, int area, qint32 address, qint32 length, const QString &tag, QByteArray *reply)
 {
     const QByteArray request = FrameBytes::requestHead(kReadFunction, area, address, length);
     const int result = link.ReadExchange(request, reply, length, tag);
-    if (result == -3)
-        return -3;
-    if (result == 0) {
+    if (result == LinkResult::NotOpen)
+        return LinkResult::NotOpen;
+    if (result == LinkResult::Ok) {
         if (ReplyUnpacking::isOwnReply(*reply))
-            return 0;
+            return LinkResult::Ok;
         LinkLog::warning(LinkLog::frameLine(QStringLiteral("lib[Sorvik]返回的序号错误 %1:%2  %3 len = %4 msg : %5"),
                                             link.m_peerAddress, link.m_peerPort, tag, length, *reply));
     }
     LinkLog::warning(LinkLog::frameLine(QStringLiteral("lib[Sorvik]返回的报文长度为0 %1:%2  %3 len = %4 msg : %5"),
                                         link.m_peerAddress, link.m_peerPort, tag, length, *reply));
-    return -2;
+    return LinkResult::NoReply;
 }
 
 } // namespace
@@ -38,8 +39,8 @@ int CmdSorvik::ReadExchange(QByteArray request, QByteArray *reply, int length, Q
     if (m_debug)
         LinkLog::debug(LinkLog::frameLine(QStringLiteral("lib[Sorvik]读命令 %1:%2  %3 len = %4 msg : %5"),
                                           m_peerAddress, m_peerPort, tag, length, request));
-    if (IsLinkOpen() != 0)
-        return -3;
+    if (IsLinkOpen() != LinkResult::Ok)
+        return LinkResult::NotOpen;
 
     QByteArray received;
     const int result = Exchange(request, request.size(), &received, kExchangeLimitMs);
@@ -57,7 +58,7 @@ int CmdSorvik::ReadBits(int area, int index, int count, QByteArray *out, QString
 {
     QByteArray reply;
     const int result = readFrame(*this, area, index, count, tag, &reply);
-    if (result == 0 && out)
+    if (result == LinkResult::Ok && out)
         ReplyUnpacking::unpackBits(reply, count, out);
     return result;
 }
@@ -67,7 +68,7 @@ int CmdSorvik::ReadBytes(int area, int index, int length, QByteArray *out, QStri
     QByteArray reply;
     const qint32 address = FrameBytes::scaledAddress(index, addressFactor(area));
     const int result = readFrame(*this, area, address, length, tag, &reply);
-    if (result == 0 && out)
+    if (result == LinkResult::Ok && out)
         ReplyUnpacking::unpackBytes(reply, area, length, out);
     return result;
 }
@@ -78,7 +79,7 @@ int CmdSorvik::ReadStrings(int area, int index, int count, QByteArray *out, QStr
     QByteArray reply;
     const qint32 address = FrameBytes::scaledAddress(index, kStringBlock);
     const int result = readFrame(*this, area, address, length, tag, &reply);
-    if (result == 0 && out)
+    if (result == LinkResult::Ok && out)
         ReplyUnpacking::unpackStrings(reply, count, out);
     return result;
 }

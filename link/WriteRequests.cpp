@@ -5,19 +5,18 @@
 
 #include "FrameBytes.h"
 #include "LinkLog.h"
+#include "LinkResult.h"
 #include "SorvikProtocol.h"
 
 using namespace SorvikProtocol;
 
 namespace {
 
-enum class LineKind { Tag, Area };
-
 // Logged after the exchange, the command first, also when no reply came.
-void logWrite(const CmdSorvik &link, LineKind kind, const QByteArray &frame, qint32 length, const QString &tag,
-              const QByteArray &reply)
+void logWrite(const CmdSorvik &link, CmdSorvik::WriteNaming naming, const QByteArray &frame, qint32 length,
+              const QString &tag, const QByteArray &reply)
 {
-    const bool byTag = kind == LineKind::Tag;
+    const bool byTag = naming == CmdSorvik::WriteNaming::ByTag;
     LinkLog::debug(LinkLog::frameLine(byTag ? QStringLiteral("写命令 %1:%2 tag=%3  len = %4 msg : %5")
                                             : QStringLiteral("写命令 %1:%2 Area=%3  len = %4 msg : %5"),
                                       link.m_peerAddress, link.m_peerPort, tag, length, frame));
@@ -27,7 +26,7 @@ void logWrite(const CmdSorvik &link, LineKind kind, const QByteArray &frame, qin
 }
 
 // Outside the bit areas the address counts bytes of the element's width;
-// area 28 is reached here byte by byte (blocks go through WriteBlock).
+// area SI is reached here byte by byte (blocks go through WriteBlock).
 int writeFactor(int area)
 {
     return isBlockArea(area) ? 1 : addressFactor(area);
@@ -48,16 +47,16 @@ void appendSpreadBits(QByteArray *frame, const QByteArray &payload, int length)
 
 } // namespace
 
-int CmdSorvik::SendWrite(const QByteArray &frame, int length, const QString &tag, bool byArea)
+int CmdSorvik::SendWrite(const QByteArray &frame, int length, const QString &tag, WriteNaming naming)
 {
-    if (IsLinkOpen() != 0)
-        return -3;
+    if (IsLinkOpen() != LinkResult::Ok)
+        return LinkResult::NotOpen;
     QByteArray reply;
     const int result = Exchange(frame, frame.size(), &reply, kExchangeLimitMs);
     FrameBytes::cutReply(&reply, length);
     if (m_debug)
-        logWrite(*this, byArea ? LineKind::Area : LineKind::Tag, frame, length, tag, reply);
-    return result == 0 ? 0 : -2;
+        logWrite(*this, naming, frame, length, tag, reply);
+    return result == LinkResult::Ok ? LinkResult::Ok : LinkResult::NoReply;
 }
 
 int CmdSorvik::WriteBytes(int area, int index, int length, QByteArray payload, QString tag)
@@ -71,7 +70,7 @@ int CmdSorvik::WriteBytes(int area, int index, int length, QByteArray payload, Q
         // field and never carries undefined bytes. (The drive refuses such
         // writes before they get here.) A longer one is cut to the length.
         FrameBytes::appendZeroFilled(&frame, payload, 0, length);
-    return SendWrite(frame, length, tag, false);
+    return SendWrite(frame, length, tag, WriteNaming::ByTag);
 }
 
 int CmdSorvik::WriteBlock(int area, int index, int blocks, QByteArray payload, QString tag)
@@ -81,7 +80,7 @@ int CmdSorvik::WriteBlock(int area, int index, int blocks, QByteArray payload, Q
     const qint32 address = FrameBytes::scaledAddress(index, kStringBlock);
     QByteArray frame = FrameBytes::requestHead(kWriteFunction, area, address, length, payload.size());
     frame.append(payload);
-    return SendWrite(frame, length, tag, false);
+    return SendWrite(frame, length, tag, WriteNaming::ByTag);
 }
 
 int CmdSorvik::WriteBits(int area, int index, int count, QByteArray payload, QString tag)
@@ -90,5 +89,5 @@ int CmdSorvik::WriteBits(int area, int index, int count, QByteArray payload, QSt
     QByteArray frame = FrameBytes::requestHead(kWriteFunction, area, index, count, count);
     // Padded with zeros when short, like WriteBytes.
     FrameBytes::appendZeroFilled(&frame, payload, 0, count);
-    return SendWrite(frame, count, tag, true);
+    return SendWrite(frame, count, tag, WriteNaming::ByArea);
 }

@@ -1,15 +1,13 @@
 #include "SimController.h"
 
 #include "link/SorvikProtocol.h"
+#include "protocol/ElementBytes.h"
 
 namespace {
 
 namespace P = SorvikProtocol;
 
-quint8 byteAt(const QByteArray &frame, int offset)
-{
-    return static_cast<quint8>(frame.at(offset));
-}
+using ElementBytes::byteAt;
 
 SimAnswer refuse(const QString &reason)
 {

@@ -59,7 +59,7 @@ qint32 SimSelfDescribing::word(int controller, int area, int element)
 
 quint16 SimSelfDescribing::pair(int controller, int area, int element)
 {
-    if (area == 14 && element >= 1 && element <= kSaElements)
+    if (area == P::AreaCode::SA && element >= 1 && element <= kSaElements)
         return quint16(quint32(controller) * kSaElements + quint32(element));
     return quint16(1 + mix(controller, area, element) % 65535);
 }

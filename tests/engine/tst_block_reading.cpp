@@ -1,7 +1,7 @@
 // Block reading: one read per block, the reply cut into one record per tag.
 
 #include "engine/CInductiveDrive.h"
-#include "engine/ElementBytes.h"
+#include "protocol/ElementBytes.h"
 
 #include "EngineTestSupport.h"
 
