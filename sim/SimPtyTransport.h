@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SimTransport.h"
+#include "SimStreamTransport.h"
 
 #include <QString>
 

@@ -1,4 +1,4 @@
-#include "SimTransport.h"
+#include "SimStreamTransport.h"
 
 #include <QPointer>
 #include <QTimer>
