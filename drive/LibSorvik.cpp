@@ -2,6 +2,8 @@
 
 #include "LibSorvik.h"
 
+#include "../link/LinkResult.h"
+
 #include <QDate>
 #include <QLocale>
 #include <QStringList>
@@ -82,7 +84,7 @@ int LibSorvik::ConnectDrive(QString text)
         m_parity = serial.at(4);
         return m_cmd.OpenSerial(m_portName, m_baudRate, m_dataBits, m_stopBits, m_parity);
     }
-    return -1;
+    return LinkResult::Failed;
 }
 
 void LibSorvik::SetConnectPar(QString text)
@@ -93,19 +95,19 @@ void LibSorvik::SetConnectPar(QString text)
 int LibSorvik::DisConnectDrive()
 {
     // The stored members outlive DestroyFree, which deletes the transport
-    // they name: then there is nothing to close, and the answer is -1.
+    // they name: then there is nothing to close, and the answer is Failed.
     if (m_udpPort > 0) {
         if (!m_cmd.m_udp)
-            return -1;
+            return LinkResult::Failed;
         m_cmd.CloseUdp();
-        return 0;
+        return LinkResult::Ok;
     }
     if (m_baudRate > 0 && m_dataBits != 0 && m_stopBits != 0) {
         if (!m_cmd.m_serial)
-            return -1;
+            return LinkResult::Failed;
         return m_cmd.CloseSerial();
     }
-    return -1;
+    return LinkResult::Failed;
 }
 
 int LibSorvik::DestroyFree()

@@ -182,6 +182,34 @@ constexpr int addressFactor(int code)
     return area ? area->factor : 1;
 }
 
+constexpr bool startsWith(const char *text, const char *prefix)
+{
+    while (*prefix && *text == *prefix)
+        ++text, ++prefix;
+    return *prefix == '\0';
+}
+
+// A prefix is tried only after every longer prefix that begins with it, and
+// no code or key stands for two areas.
+constexpr bool tableIsSound()
+{
+    const int rows = int(sizeof(kAreaTable) / sizeof(kAreaTable[0]));
+    for (int i = 0; i < rows; ++i) {
+        for (int j = i + 1; j < rows; ++j) {
+            const Area &first = kAreaTable[i];
+            const Area &later = kAreaTable[j];
+            if (startsWith(later.prefix, first.prefix) || (first.code && first.code == later.code) ||
+                (first.key && first.key == later.key))
+                return false;
+        }
+    }
+    for (const UnnamedArea &unnamed : kUnnamedAreas)
+        if (areaOfCode(unnamed.code))
+            return false;
+    return true;
+}
+static_assert(tableIsSound(), "prefixes in the order they are tried, codes and keys each once");
+
 static_assert(kAreaCount == 26 && kAreas[0].code == 2 && kAreas[kAreaCount - 1].code == AreaCode::Custom,
               "the wire areas in the order their prefixes are tried");
 static_assert(kAreaSizes[AreaCode::Custom] == 2097152 && kAreaSizes[32] == 7200 && kAreaSizes[33] == 0,
