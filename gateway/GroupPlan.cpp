@@ -2,6 +2,7 @@
 
 #include "ConfigChecks.h"
 #include "host/CDriveBaseClass.h"
+#include "protocol/SorvikAreas.h"
 
 #include <QHash>
 #include <QSet>
@@ -20,6 +21,37 @@ QString kindName(int kind)
 QString plural(int n, const char *one, const char *many)
 {
     return QStringLiteral("%1 %2").arg(n).arg(QLatin1String(n == 1 ? one : many));
+}
+
+// The bytes the drive really moves for a byte block of `length` in the area
+// the block's prefix names: word, pair and string areas move whole elements
+// only, and an area outside those groups moves no bytes at all.
+int transferredBytes(const QString &areaText, int length)
+{
+    using SorvikProtocol::AreaGroup;
+    for (const SorvikProtocol::Area &area : SorvikProtocol::kAreas) {
+        if (areaText != QLatin1String(area.prefix))
+            continue;
+        int bytes = 0;
+        switch (area.group) {
+        case AreaGroup::Word: bytes = length / 4 * 4; break;
+        case AreaGroup::Pair: bytes = length / 2 * 2; break;
+        case AreaGroup::Block: bytes = length / SorvikProtocol::kStringBlock * SorvikProtocol::kStringBlock; break;
+        case AreaGroup::Bit:
+        case AreaGroup::None: bytes = 0; break;
+        }
+        return bytes >= SorvikProtocol::kTransferLimit ? 0 : bytes;
+    }
+    return 0; // a prefix the drive does not know: the read is refused
+}
+
+// Where a tag of a byte block ends, in bytes from the block's start.
+int tagEnd(const Induction::SReadInfo &info, const STagPlace &place)
+{
+    if (info.dataType == TYPE_BOOL)
+        return place.offset / 8 + 1;
+    const int size = info.dataType == TYPE_STRING ? place.width : dataTypeSize(info.dataType);
+    return place.offset * place.width + size;
 }
 
 } // namespace
@@ -70,11 +102,20 @@ GroupPlan GroupPlan::make(CDriveBaseClass *drive, const QString &controller, con
         PlannedBlock block;
         block.key = key;
         block.group = drive->GetInductiveDrive_Read(plan.connectPar, key);
+        // A byte block whose length is no whole number of the area's
+        // elements comes back shorter than planned, and the drive gives the
+        // tags past its end a zero with status 0. Those tags are read alone
+        // instead, and their zero from the block is never looked at.
+        const int moved = block.group.kind == 1 ? transferredBytes(block.group.areaText, block.group.length) : -1;
         for (const Induction::SReadInfo &info : key) {
+            if (moved >= 0 && tagEnd(info, block.group.tags.value(info)) > moved)
+                continue;
             placed.insert({info.tag, info.dataType});
             block.names += namesOf(info);
+            block.read.append(info);
         }
-        plan.blocks.append(block);
+        if (!block.read.isEmpty())
+            plan.blocks.append(block);
     }
     // Refused tags, and any tag that came back in no block, are read one at a
     // time, so that every configured tag is read each cycle.
@@ -99,8 +140,7 @@ QStringList GroupPlan::describe(const ScanGroupConfig &group) const
                          .arg(kindName(g.kind), blocks.at(b).names.join(QStringLiteral(", "))));
     }
     for (const Induction::SReadInfo &info : pointTags)
-        lines.append(QStringLiteral("alone: %1 (%2), refused by the planner")
-                         .arg(info.tag, ConfigChecks::typeName(info.dataType)));
+        lines.append(QStringLiteral("alone: %1 (%2)").arg(info.tag, ConfigChecks::typeName(info.dataType)));
     for (int index : countedTags) {
         const TagConfig &tag = group.tags.at(index);
         lines.append(QStringLiteral("alone: %1 %2 (%3 x %4)")

@@ -14,16 +14,18 @@
 class CDriveBaseClass;
 
 struct PlannedBlock {
-    QList<Induction::SReadInfo> key; // the group key BlockReading takes
-    SReadGroup group;                // area, start, length, kind and tag places as the drive planned them
-    QStringList names;               // the configured names the block carries, in configuration order
+    QList<Induction::SReadInfo> key;  // the group key BlockReading takes
+    SReadGroup group;                 // area, start, length, kind and tag places as the drive planned them
+    QList<Induction::SReadInfo> read; // the tags whose values are taken from the block's reply
+    QStringList names;                // the configured names the block carries, in configuration order
 };
 
 struct GroupPlan {
     QString connectPar; // the key the drive holds this group's plan under
     int tagCount = 0;   // configured tags, each name once
     QList<PlannedBlock> blocks;
-    QList<Induction::SReadInfo> pointTags; // refused by the planner; PointReading, one request each
+    QList<Induction::SReadInfo> pointTags; // refused by the planner, or past the end of what a block
+                                           // moves; PointReading, one request each
     QStringList pointNames;
     QList<int> countedTags; // indexes into the group's tags of count > 1: ReadVariable with the count
     // Each configured tag (by index into the group's tags) and the read it comes from.

@@ -100,7 +100,7 @@ void PollerWorker::begin()
         for (const PlannedBlock &block : qAsConst(group.plan.blocks)) {
             QList<int> indexes;
             for (int i = 0; i < config.tags.size(); ++i)
-                if (config.tags.at(i).count <= 1 && block.key.contains(group.plan.readInfo.at(i)))
+                if (config.tags.at(i).count <= 1 && block.read.contains(group.plan.readInfo.at(i)))
                     indexes.append(i);
             group.blockTags.append(indexes);
         }
@@ -213,7 +213,7 @@ void PollerWorker::runCycle(Group &group)
     // controller: only cycles read, or those of a link that would not
     // connect, count towards its loss.
     const LinkSupervisor::Change change =
-        m_mode == Mode::Waiting && m_resyncPending ? LinkSupervisor::Change::None : m_supervisor.cycleEnded(good);
+        m_mode == Mode::Waiting && m_lateWindow ? LinkSupervisor::Change::None : m_supervisor.cycleEnded(good);
     switch (change) {
     case LinkSupervisor::Change::Back: publishState(QStringLiteral("online"), QString()); break;
     case LinkSupervisor::Change::Lost:
@@ -226,6 +226,7 @@ void PollerWorker::runCycle(Group &group)
     }
     if (lostReply && m_mode == Mode::Running) {
         m_resyncPending = true;
+        m_lateWindow = true;
         waitThen(m_options.lateWindowMs, RecordStatus::NoReply, kNotTrusted);
     }
 
@@ -349,13 +350,23 @@ void PollerWorker::reconnect()
         publishState(QStringLiteral("reconnecting"), QStringLiteral("attempt %1").arg(m_supervisor.attempts()));
     if (m_everConnected && m_metrics)
         m_metrics->addReconnect(m_config.name);
-    if (m_resyncPending && !m_config.groups.isEmpty() && !m_config.groups.first().tags.isEmpty()) {
-        // Whatever a late reply left in the drive's receive buffer would be
-        // taken by the first exchange after the reopening, on a serial line
-        // even instead of a fresh reply: one read still on the old link takes
-        // it, and its own reply goes with the closed socket or port.
+    m_lateWindow = false;
+    const bool serial = m_config.connection.contains(QLatin1Char(','));
+    if (m_resyncPending && serial && !m_config.groups.isEmpty() && !m_config.groups.first().tags.isEmpty()) {
+        // On a serial line what a late reply left in the drive's receive
+        // buffer is taken by the next exchange even when a fresh reply
+        // follows, and reopening the port does not empty that buffer: one
+        // read still on the old link takes it, and its own reply goes with
+        // the closed port. (A UDP handshake replaces the buffer with its own
+        // reply, so UDP needs no such read.) If this read gets no reply in
+        // time, its reply may come late in turn: wait once more.
         const TagConfig &tag = m_config.groups.first().tags.first();
-        m_drive->ReadVariable(tag.tag, DataType(tag.dataType), 1);
+        const CLabelVariable record = m_drive->ReadVariable(tag.tag, DataType(tag.dataType), 1);
+        if (record.status == RecordStatus::NoReply) {
+            m_lastFailure = QStringLiteral("no reply on %1").arg(m_config.connection);
+            waitThen(qMax(m_options.lateWindowMs, m_supervisor.nextPauseMs()), RecordStatus::NoReply, kNotTrusted);
+            return;
+        }
     }
     m_resyncPending = false;
     m_drive->DisConnectDrive();
@@ -423,6 +434,7 @@ void PollerWorker::answerWrite(const WriteCommand &command)
     if (record.status == RecordStatus::NoReply && m_mode == Mode::Running) {
         m_lastFailure = QStringLiteral("write of %1: no reply").arg(command.name);
         m_resyncPending = true;
+        m_lateWindow = true;
         waitThen(m_options.lateWindowMs, RecordStatus::NoReply, kNotTrusted);
     }
 }

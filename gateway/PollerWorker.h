@@ -78,7 +78,8 @@ private:
     qint64 m_wakeAt = 0;  // when a Waiting link is connected again, on m_clock
     int m_waitStatus = 9; // what the tags of cycles while Waiting report
     QString m_waitMeaning;
-    bool m_resyncPending = false; // the wait is the late window after a lost reply
+    bool m_resyncPending = false; // the link must be resynchronised before it is trusted again
+    bool m_lateWindow = false;    // the wait is the late window after a lost reply
     bool m_everConnected = false;
     QString m_lastFailure; // the latest bad outcome, for the lost status
 
