@@ -181,7 +181,8 @@ bool MqttClient::subscribe(const QString &filter, int qos)
 void MqttClient::onConnect(mosquitto *, void *self, int rc)
 {
     auto *client = static_cast<MqttClient *>(self);
-    if (rc != 0)
+    // A refusal (credentials, client id) is said once, not at every attempt.
+    if (rc != 0 && !client->m_unreachableSaid.exchange(true))
         qCWarning(lcMqtt).noquote() << QStringLiteral("broker %1:%2 refused the connection: %3")
                                            .arg(client->m_config.host)
                                            .arg(client->m_config.port)
@@ -189,7 +190,8 @@ void MqttClient::onConnect(mosquitto *, void *self, int rc)
     else
         client->m_attempts = 0;
     client->m_connectedNow = rc == 0;
-    client->m_unreachableSaid = rc != 0;
+    if (rc == 0)
+        client->m_unreachableSaid = false;
     if (rc == 0)
         qCInfo(lcMqtt).noquote()
             << QStringLiteral("connected to %1:%2").arg(client->m_config.host).arg(client->m_config.port);

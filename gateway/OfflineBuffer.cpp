@@ -8,6 +8,7 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QStringList>
 #include <QVariant>
 
 namespace {
@@ -106,9 +107,13 @@ bool OfflineBuffer::checkOrCreate(bool *unusable, QString *error)
                                  .arg(m_path, query.lastError().text()));
     }
     if (query.value(0).toString() != QLatin1String("ok")) {
+        // SQLite's first findings are enough to tell what happened.
+        QStringList findings{query.value(0).toString()};
+        while (findings.size() < 4 && query.next())
+            findings << query.value(0).toString();
         *unusable = true;
-        return failed(error,
-                      QStringLiteral("the offline queue %1 is damaged: %2").arg(m_path, query.value(0).toString()));
+        const QString said = findings.join('\n').split('\n', Qt::SkipEmptyParts).mid(0, 4).join(QStringLiteral("; "));
+        return failed(error, QStringLiteral("the offline queue %1 is damaged: %2").arg(m_path, said));
     }
     query.exec(QStringLiteral("PRAGMA application_id"));
     const qint64 applicationId = query.next() ? query.value(0).toLongLong() : -1;

@@ -14,6 +14,9 @@
 #include <QTemporaryDir>
 #include <QThread>
 
+#include <pwd.h>
+#include <unistd.h>
+
 class BrokerFixture
 {
 public:
@@ -110,6 +113,10 @@ private:
         QStringList lines{QStringLiteral("listener %1 127.0.0.1").arg(m_port), QStringLiteral("log_dest stdout"),
                           QStringLiteral("log_type error"), QStringLiteral("log_type warning"),
                           QStringLiteral("max_queued_messages 0")};
+        // Started by root, mosquitto would become user "mosquitto", who cannot
+        // read our private folder: it stays who we are.
+        if (const passwd *self = getpwuid(getuid()))
+            lines << QStringLiteral("user ") + QString::fromLocal8Bit(self->pw_name);
         if (m_options.persistence)
             lines << QStringLiteral("persistence true") << QStringLiteral("persistence_location ") + m_dir.path() + '/';
         else

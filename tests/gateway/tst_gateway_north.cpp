@@ -3,6 +3,7 @@
 // restarts, the last will, and the Prometheus endpoint.
 #include "BrokerFixture.h"
 #include "TestSubscriber.h"
+#include "TestSupport.h"
 
 #include "gateway/GatewayMetrics.h"
 #include "gateway/Northbound.h"
@@ -91,6 +92,7 @@ private slots:
     void unusableQueueFileIsRefusedOrMovedAside_data();
     void unusableQueueFileIsRefusedOrMovedAside();
     void lastWillAndGoodbyeSayOffline();
+    void refusedCredentialsAreSaidAndDataWaits();
     void metricsAreServedForPrometheus();
 
 private:
@@ -326,6 +328,9 @@ void TstGatewayNorth::unusableQueueFileIsRefusedOrMovedAside_data()
                                 << "is not a readable SQLite database";
     QTest::newRow("another program's database") << "foreign"
                                                 << "database of something else";
+    // SQLite says either that the image is malformed or what its check found.
+    QTest::newRow("damaged queue") << "damaged"
+                                   << "offline queue";
 }
 
 void TstGatewayNorth::unusableQueueFileIsRefusedOrMovedAside()
@@ -338,6 +343,23 @@ void TstGatewayNorth::unusableQueueFileIsRefusedOrMovedAside()
         QFile file(path);
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(QByteArray(4096, 'z'));
+    } else if (kind == QLatin1String("damaged")) {
+        GatewayConfig config;
+        config.name = kGateway;
+        config.broker.port = 1;
+        config.buffer.path = path;
+        Northbound filling(config, nullptr);
+        QString error;
+        QVERIFY2(filling.open(&error), qPrintable(error));
+        for (int seq = 1; seq <= 300; ++seq)
+            filling.publishData(QStringLiteral("sorvik/gw/c1/g"), dataMessage(seq, 1000));
+        QVERIFY(TestSubscriber::waitFor([&] { return filling.backlog() == 300; }, 10000));
+        filling.close(0);
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        QVERIFY(file.size() > 65536);
+        file.seek(16384);
+        file.write(QByteArray(16384, '\xa5'));
     } else {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("foreign"));
         db.setDatabaseName(path);
@@ -401,6 +423,48 @@ void TstGatewayNorth::lastWillAndGoodbyeSayOffline()
     QVERIFY(TestSubscriber::waitFor([&] { return later.count(status) == 1; }, 5000));
     QCOMPARE(later.messages(status).first().payload, QByteArray("offline"));
     QVERIFY(later.messages(status).first().retained);
+}
+
+void TstGatewayNorth::refusedCredentialsAreSaidAndDataWaits()
+{
+    BrokerFixture::Options options;
+    options.users = {{QStringLiteral("gateway"), QStringLiteral("s3cret")}};
+    BrokerFixture broker(options);
+    QVERIFY2(broker.start(), qPrintable(broker.error()));
+    TestSubscriber subscriber;
+    subscriber.setCredentials(QStringLiteral("gateway"), QStringLiteral("s3cret"));
+    QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
+    const QString path = m_dir.filePath(QStringLiteral("credentials.db"));
+    const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("g"));
+    {
+        TestSupport::LogCapture log;
+        GatewayConfig config = configFor(broker, path);
+        config.broker.user = QStringLiteral("gateway");
+        config.broker.password = QStringLiteral("wrong");
+        Northbound refused(config, nullptr);
+        QString error;
+        QVERIFY2(refused.open(&error), qPrintable(error));
+        refused.publishData(topic, dataMessage(1));
+        const auto saidRefused = [&] {
+            for (const TestSupport::LogLine &line : log.all())
+                if (line.type == QtWarningMsg && line.text.contains(QLatin1String("refused the connection")))
+                    return true;
+            return false;
+        };
+        QVERIFY(TestSubscriber::waitFor([&] { return saidRefused() && refused.backlog() == 1; }, 10000));
+        QVERIFY(!refused.isConnected());
+        refused.close(0);
+        for (const TestSupport::LogLine &line : log.all())
+            QVERIFY2(!line.text.contains(QLatin1String("wrong")), qPrintable(line.text));
+    }
+    GatewayConfig config = configFor(broker, path);
+    config.broker.user = QStringLiteral("gateway");
+    config.broker.password = QStringLiteral("s3cret");
+    Northbound accepted(config, nullptr);
+    QString error;
+    QVERIFY2(accepted.open(&error), qPrintable(error));
+    QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
+    accepted.close(2000);
 }
 
 void TstGatewayNorth::metricsAreServedForPrometheus()
