@@ -18,7 +18,7 @@
 // What the analysis of a tag text yields; all fields blank for a refused tag.
 struct STagAddress {
     QString areaText; // the prefix as the tag spells it
-    int area = 0;     // engine area code
+    int area = 0;     // the engine's key of the area
     int number = -1;  // 1..32767
     int bit = -1;     // no pattern carries a bit
     int length = 0;   // byte size by dataType
@@ -29,7 +29,7 @@ struct STagAddress {
 // The remembered road of one string tag: read as raw bytes under its canonical text.
 struct SStringPoint {
     QString tag;
-    int dataType = 2;
+    int dataType = TYPE_INT8;
     int length = 0;
 };
 

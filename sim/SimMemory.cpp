@@ -12,10 +12,9 @@ SimMemory::SimMemory()
 
 int SimMemory::regionSizeOf(int area)
 {
-    for (const SorvikProtocol::Area &known : SorvikProtocol::kAreas)
-        if (known.code == area)
-            return SorvikProtocol::isBitArea(area) ? known.size * 8 : known.size;
-    return 0;
+    // One byte per bit on the bit areas.
+    const SorvikProtocol::Area *known = SorvikProtocol::areaOfCode(area);
+    return !known ? 0 : SorvikProtocol::isBitArea(area) ? known->size * 8 : known->size;
 }
 
 int SimMemory::regionSize(int area) const
