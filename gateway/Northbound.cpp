@@ -8,7 +8,6 @@
 #include <QDeadlineTimer>
 #include <QHash>
 #include <QLoggingCategory>
-#include <QMutexLocker>
 
 #include <algorithm>
 
@@ -314,12 +313,12 @@ bool Northbound::open(QString *error, bool startAfresh)
     m_client = std::make_unique<MqttClient>(m_config.broker, clientId, will, handlers);
     m_worker->setClient(m_client.get());
     {
-        QMutexLocker lock(&m_acceptMutex);
+        std::lock_guard<std::mutex> lock(m_acceptMutex);
         m_accepting = true;
     }
     if (!m_client->start(error)) {
         {
-            QMutexLocker lock(&m_acceptMutex);
+            std::lock_guard<std::mutex> lock(m_acceptMutex);
             m_accepting = false;
         }
         QMetaObject::invokeMethod(
@@ -333,7 +332,7 @@ bool Northbound::open(QString *error, bool startAfresh)
 
 void Northbound::publishData(const QString &topic, const QByteArray &payload)
 {
-    QMutexLocker lock(&m_acceptMutex);
+    std::lock_guard<std::mutex> lock(m_acceptMutex);
     if (!m_accepting) {
         qCWarning(lcNorth).noquote() << QStringLiteral("closed: a message of %1 dropped").arg(topic);
         if (m_metrics)
@@ -346,7 +345,7 @@ void Northbound::publishData(const QString &topic, const QByteArray &payload)
 
 void Northbound::publishStatus(const QString &topic, const QByteArray &payload)
 {
-    QMutexLocker lock(&m_acceptMutex);
+    std::lock_guard<std::mutex> lock(m_acceptMutex);
     if (m_accepting)
         QMetaObject::invokeMethod(
             m_worker, [worker = m_worker, topic, payload] { worker->status(topic, payload); }, Qt::QueuedConnection);
@@ -354,7 +353,7 @@ void Northbound::publishStatus(const QString &topic, const QByteArray &payload)
 
 void Northbound::publishEvent(const QString &topic, const QByteArray &payload)
 {
-    QMutexLocker lock(&m_acceptMutex);
+    std::lock_guard<std::mutex> lock(m_acceptMutex);
     if (m_accepting)
         QMetaObject::invokeMethod(
             m_worker, [worker = m_worker, topic, payload] { worker->event(topic, payload); }, Qt::QueuedConnection);
@@ -365,7 +364,7 @@ void Northbound::close(int flushTimeoutMs)
     if (!m_worker)
         return;
     {
-        QMutexLocker lock(&m_acceptMutex);
+        std::lock_guard<std::mutex> lock(m_acceptMutex);
         m_accepting = false;
     }
     // Sleeps rather than running this thread's events: the work is done on

@@ -13,12 +13,12 @@
 #include "GatewayConfig.h"
 #include "GatewaySink.h"
 
-#include <QMutex>
 #include <QObject>
 #include <QThread>
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 
 class GatewayMetrics;
 class MqttClient;
@@ -75,6 +75,6 @@ private:
     std::atomic<qint64> m_backlog{0};
     std::atomic<bool> m_offlineAcknowledged{false};
     // Guards the hand-over to the worker against close().
-    QMutex m_acceptMutex;
+    std::mutex m_acceptMutex;
     bool m_accepting = false;
 };

@@ -7,8 +7,6 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QList>
-#include <QMutex>
-#include <QMutexLocker>
 #include <QString>
 #include <QStringList>
 #include <QThread>
@@ -47,7 +45,7 @@ public:
     {
         if (m_started) {
             mosquitto_disconnect(m_client);
-            mosquitto_loop_stop(m_client, true);
+            mosquitto_loop_stop(m_client, false);
         }
         mosquitto_destroy(m_client);
     }
@@ -80,12 +78,12 @@ public:
 
     QList<Message> messages() const
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         return m_messages;
     }
     QList<Message> messages(const QString &topic) const
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         QList<Message> out;
         for (const Message &message : m_messages)
             if (message.topic == topic)
@@ -95,7 +93,7 @@ public:
     int count(const QString &topic) const { return messages(topic).size(); }
     void clear()
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         m_messages.clear();
     }
 
@@ -135,7 +133,7 @@ private:
         copy.payload = QByteArray(static_cast<const char *>(message->payload), message->payloadlen);
         copy.retained = message->retain;
         copy.qos = message->qos;
-        QMutexLocker lock(&subscriber->m_mutex);
+        std::lock_guard<std::mutex> lock(subscriber->m_mutex);
         subscriber->m_messages << copy;
     }
 
@@ -143,6 +141,7 @@ private:
     QStringList m_filters; // written before the loop starts, read only on its thread afterwards
     std::atomic<int> m_subscribed{0};
     bool m_started = false;
-    mutable QMutex m_mutex;
+    // std::mutex rather than QMutex: ThreadSanitizer sees through it.
+    mutable std::mutex m_mutex;
     QList<Message> m_messages;
 };
