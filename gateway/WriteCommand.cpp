@@ -12,8 +12,8 @@
 
 namespace {
 
-// A JSON number is a double: beyond 2^53 it cannot name every integer, so
-// such values must come as decimal text.
+// A JSON number is a double: from 2^53 on it cannot name every integer (the
+// text 2^53 + 1 arrives as 2^53), so such values must come as decimal text.
 constexpr double kExactInteger = 9007199254740992.0;
 
 // The raw value of one element for an integer type: a whole number (or its
@@ -52,7 +52,7 @@ template <typename T> bool integer(const QJsonValue &v, T *out, QString *why)
         return false;
     }
     d = whole;
-    if (std::fabs(d) > kExactInteger) {
+    if (std::fabs(d) >= kExactInteger) {
         *why = QStringLiteral("beyond 2^53: give it as decimal text");
         return false;
     }
