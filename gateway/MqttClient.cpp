@@ -125,10 +125,19 @@ void MqttClient::stop()
 void MqttClient::run()
 {
     while (!m_stopping) {
-        if (mosquitto_loop(m_client, 100, 1) == MOSQ_ERR_SUCCESS)
+        const int looped = mosquitto_loop(m_client, 100, 1);
+        if (looped == MOSQ_ERR_SUCCESS)
             continue;
         if (m_stopping)
             break;
+        // A failed TLS handshake or a refused socket ends here without a
+        // disconnect callback: said once per outage like the others.
+        if (looped != MOSQ_ERR_NO_CONN && looped != MOSQ_ERR_CONN_LOST && !m_connectedNow &&
+            !m_unreachableSaid.exchange(true))
+            qCWarning(lcMqtt).noquote() << QStringLiteral("broker %1:%2 not reachable (%3); trying again")
+                                               .arg(m_config.host)
+                                               .arg(m_config.port)
+                                               .arg(errorText(looped));
         pause(std::min(++m_attempts, 5));
         if (m_stopping)
             break;

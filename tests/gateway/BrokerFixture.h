@@ -5,6 +5,7 @@
 // started again on the same port for outage tests, killed at destruction.
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QFile>
 #include <QHostAddress>
 #include <QProcess>
@@ -39,6 +40,47 @@ public:
     BrokerFixture &operator=(const BrokerFixture &) = delete;
 
     static QString program() { return QStringLiteral("/usr/sbin/mosquitto"); }
+
+    // Writes a fresh certificate authority and a server certificate for
+    // 127.0.0.1 signed by it into the folder, and names them in options.
+    static bool writeTestCertificates(const QString &folder, Options *options, QString *error)
+    {
+        const QDir dir(folder);
+        QFile extensions(dir.filePath(QStringLiteral("server.ext")));
+        if (!extensions.open(QIODevice::WriteOnly) || extensions.write("subjectAltName=IP:127.0.0.1\n") < 0)
+            return failWith(error, QStringLiteral("cannot write the certificate extensions"));
+        extensions.close();
+        const QStringList key{QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                              QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes")};
+        const QList<QStringList> steps{
+            QStringList{QStringLiteral("req"), QStringLiteral("-x509")}
+                << key
+                << QStringList{QStringLiteral("-keyout"), QStringLiteral("ca.key"), QStringLiteral("-out"),
+                               QStringLiteral("ca.crt"), QStringLiteral("-days"), QStringLiteral("2"),
+                               QStringLiteral("-subj"), QStringLiteral("/CN=gateway test authority")},
+            QStringList{QStringLiteral("req")}
+                << key
+                << QStringList{QStringLiteral("-keyout"), QStringLiteral("server.key"), QStringLiteral("-out"),
+                               QStringLiteral("server.csr"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1")},
+            QStringList{QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
+                        QStringLiteral("server.csr"), QStringLiteral("-CA"), QStringLiteral("ca.crt"),
+                        QStringLiteral("-CAkey"), QStringLiteral("ca.key"), QStringLiteral("-CAcreateserial"),
+                        QStringLiteral("-out"), QStringLiteral("server.crt"), QStringLiteral("-days"),
+                        QStringLiteral("2"), QStringLiteral("-extfile"), QStringLiteral("server.ext")}};
+        for (const QStringList &arguments : steps) {
+            QProcess openssl;
+            openssl.setWorkingDirectory(folder);
+            openssl.start(QStringLiteral("openssl"), arguments);
+            if (!openssl.waitForFinished(30000) || openssl.exitCode() != 0)
+                return failWith(error,
+                                QStringLiteral("openssl %1 failed: %2")
+                                    .arg(arguments.first(), QString::fromLocal8Bit(openssl.readAllStandardError())));
+        }
+        options->caFile = dir.filePath(QStringLiteral("ca.crt"));
+        options->certFile = dir.filePath(QStringLiteral("server.crt"));
+        options->keyFile = dir.filePath(QStringLiteral("server.key"));
+        return true;
+    }
     QString host() const { return QStringLiteral("127.0.0.1"); }
     quint16 port() const { return m_port; }
     QString error() const { return m_error; }
@@ -94,6 +136,13 @@ public:
     QByteArray log() { return m_process.readAll(); }
 
 private:
+    static bool failWith(QString *error, const QString &message)
+    {
+        if (error)
+            *error = message;
+        return false;
+    }
+
     bool fail(const QString &message)
     {
         m_error = message;

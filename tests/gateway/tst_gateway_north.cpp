@@ -93,6 +93,7 @@ private slots:
     void unusableQueueFileIsRefusedOrMovedAside();
     void lastWillAndGoodbyeSayOffline();
     void refusedCredentialsAreSaidAndDataWaits();
+    void tlsBrokerIsTrustedThroughItsAuthorityOnly();
     void metricsAreServedForPrometheus();
 
 private:
@@ -465,6 +466,50 @@ void TstGatewayNorth::refusedCredentialsAreSaidAndDataWaits()
     QVERIFY2(accepted.open(&error), qPrintable(error));
     QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
     accepted.close(2000);
+}
+
+void TstGatewayNorth::tlsBrokerIsTrustedThroughItsAuthorityOnly()
+{
+    QTemporaryDir certificates;
+    QTemporaryDir strangers;
+    BrokerFixture::Options options;
+    BrokerFixture::Options strangerOptions;
+    QString error;
+    QVERIFY2(BrokerFixture::writeTestCertificates(certificates.path(), &options, &error), qPrintable(error));
+    QVERIFY2(BrokerFixture::writeTestCertificates(strangers.path(), &strangerOptions, &error), qPrintable(error));
+    BrokerFixture broker(options);
+    QVERIFY2(broker.start(), qPrintable(broker.error()));
+    TestSubscriber subscriber;
+    subscriber.setTls(options.caFile);
+    QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
+    const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("g"));
+    {
+        // A broker whose certificate our authority did not sign is not spoken to.
+        GatewayConfig config = configFor(broker, m_dir.filePath(QStringLiteral("tls-stranger.db")));
+        config.broker.caFile = strangerOptions.caFile;
+        TestSupport::LogCapture log;
+        Northbound wary(config, nullptr);
+        QVERIFY2(wary.open(&error), qPrintable(error));
+        wary.publishData(topic, dataMessage(1));
+        const auto saidTls = [&] {
+            for (const TestSupport::LogLine &line : log.all())
+                if (line.type == QtWarningMsg && line.text.contains(QLatin1String("TLS")))
+                    return true;
+            return false;
+        };
+        QVERIFY(TestSubscriber::waitFor([&] { return saidTls() && wary.backlog() == 1; }, 10000));
+        QVERIFY(!wary.isConnected());
+        wary.close(0);
+    }
+    GatewayConfig config = configFor(broker, m_dir.filePath(QStringLiteral("tls.db")));
+    config.broker.caFile = options.caFile;
+    Northbound north(config, nullptr);
+    QVERIFY2(north.open(&error), qPrintable(error));
+    north.publishData(topic, dataMessage(2));
+    QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
+    QCOMPARE(seqsOn(subscriber, topic), QList<int>{2});
+    QCOMPARE(subscriber.count(QStringLiteral("sorvik/gw/status")), 1);
+    north.close(2000);
 }
 
 void TstGatewayNorth::metricsAreServedForPrometheus()
