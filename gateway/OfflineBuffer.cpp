@@ -67,6 +67,10 @@ bool OfflineBuffer::open(QString *error, bool startAfresh)
 {
     close();
     m_movedAside.clear();
+    // SQLite would take an empty name as a private temporary database: a
+    // queue that silently vanishes with the process.
+    if (m_path.isEmpty())
+        return failed(error, QStringLiteral("the offline queue needs a file"));
     if (!openDatabase(error))
         return false;
     bool unusable = false;
