@@ -332,7 +332,11 @@ void readBuffer(Reader &r, const toml::table &table, BufferConfig *buffer)
 {
     r.onlyKeys(table, {"path", "max_bytes"}, QStringLiteral("[buffer]"));
     r.require(table, "path", QStringLiteral("[buffer]"));
-    r.path(table, "path", false, &buffer->path);
+    // The queue file is made at the start; a folder that is not there would
+    // only be found then, under systemd perhaps after the broker went away.
+    if (r.path(table, "path", false, &buffer->path) && !QFileInfo(buffer->path).absoluteDir().exists())
+        r.error(table.get("path")->source(),
+                QStringLiteral("\"path\": the folder %1 does not exist").arg(QFileInfo(buffer->path).absolutePath()));
     qint64 maxBytes = 0;
     // Below a megabyte the queue would drop messages after seconds of an outage.
     if (r.integer(table, "max_bytes", qint64(1) << 20, qint64(1) << 40, &maxBytes))

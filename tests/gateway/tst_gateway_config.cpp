@@ -207,6 +207,8 @@ private slots:
                                                << "16:17: \"password_file\": cannot read %DIR%/nothere (no such file)";
         QTest::newRow("missing ca file") << head + "[broker]\nca_file = \"ca.pem\"\n"
                                          << "15:11: \"ca_file\": cannot read %DIR%/ca.pem (no such file)";
+        QTest::newRow("buffer folder missing") << QByteArray(kHead).replace("\"queue.db\"", "\"gone/queue.db\"")
+                                               << "3:8: \"path\": the folder %DIR%/gone does not exist";
         QTest::newRow("qos range") << head + "[broker]\nqos = 3\n"
                                    << "15:7: \"qos\" must be from 0 to 2, not 3";
         QTest::newRow("broker not a table") << "name = \"gw\"\nbroker = \"localhost\"\n" + head.mid(12)
