@@ -1,8 +1,9 @@
 #include "CliOptions.h"
 
 #include "Console.h"
-#include "ExitCode.h"
 #include "TypeNames.h"
+#include "programs/ExitCode.h"
+#include "programs/NumberText.h"
 
 #include <QCommandLineParser>
 #include <QHostAddress>
@@ -42,9 +43,8 @@ int usageError(const QString &text)
 
 bool wholeNumber(const QString &text, int low, int high, int *value)
 {
-    bool ok = false;
-    const qlonglong number = text.toLongLong(&ok);
-    if (!ok || number < low || number > high)
+    qlonglong number = 0;
+    if (!NumberText::parseWhole(text, low, high, &number))
         return false;
     *value = int(number);
     return true;

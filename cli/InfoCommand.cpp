@@ -1,8 +1,8 @@
 #include "Commands.h"
 #include "DriveLibrary.h"
-#include "ExitCode.h"
 #include "Output.h"
 #include "host/CDriveBaseClass.h"
+#include "programs/ExitCode.h"
 
 // Asks the drive who it is; no controller is needed for that.
 int Commands::info(const CommandContext &context)

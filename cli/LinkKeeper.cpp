@@ -1,8 +1,8 @@
 #include "LinkKeeper.h"
 
-#include "StopSignal.h"
 #include "host/CDriveBaseClass.h"
 #include "host/RecordStatus.h"
+#include "programs/StopSignal.h"
 
 #include <QThread>
 

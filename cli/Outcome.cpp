@@ -1,7 +1,7 @@
 #include "Outcome.h"
 
 #include "Console.h"
-#include "ExitCode.h"
+#include "programs/ExitCode.h"
 
 void Outcome::addStatus(int status)
 {

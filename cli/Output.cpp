@@ -1,7 +1,7 @@
 #include "Output.h"
 
-#include "CsvFields.h"
 #include "ValueFormatting.h"
+#include "programs/CsvFields.h"
 
 Cell Cells::text(const QString &text)
 {

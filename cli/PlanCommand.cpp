@@ -1,9 +1,9 @@
 #include "Commands.h"
-#include "ExitCode.h"
 #include "Output.h"
 #include "Plural.h"
 #include "ReadPlan.h"
 #include "TypeNames.h"
+#include "programs/ExitCode.h"
 
 namespace {
 

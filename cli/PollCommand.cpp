@@ -7,9 +7,9 @@
 #include "Presence.h"
 #include "ReadPlan.h"
 #include "RecordRows.h"
-#include "StopSignal.h"
 #include "host/CDriveBaseClass.h"
 #include "host/RecordStatus.h"
+#include "programs/StopSignal.h"
 
 #include <QElapsedTimer>
 #include <QThread>

@@ -5,10 +5,10 @@
 #include "Outcome.h"
 #include "Output.h"
 #include "RecordRows.h"
-#include "StopSignal.h"
 #include "ValueFormatting.h"
 #include "host/CDriveBaseClass.h"
 #include "host/RecordStatus.h"
+#include "programs/StopSignal.h"
 
 // One request per tag, in the order given, each row out as soon as its reply
 // is in: Ctrl-C keeps what was read.

@@ -1,8 +1,5 @@
 #pragma once
 
-// Ctrl-C (SIGINT) and SIGTERM ask a running command to stop after what it is
-// doing; a second one ends the program at once.
-namespace StopSignal {
-void install();
-bool requested();
-} // namespace StopSignal
+// sorvik-gateway's build still names this file and its .cpp; the stop
+// signals live in programs/. Both go when the gateway links sorvik_programs.
+#include "programs/StopSignal.h"

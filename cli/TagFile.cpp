@@ -1,6 +1,6 @@
 #include "TagFile.h"
 
-#include "CsvFields.h"
+#include "programs/CsvFields.h"
 
 #include <QFile>
 #include <QTextStream>

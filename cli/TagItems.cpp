@@ -1,11 +1,12 @@
 #include "TagItems.h"
 
-#include "CsvFields.h"
 #include "TagAddress.h"
 #include "TagText.h"
 #include "TypeNames.h"
 #include "ValueParsing.h"
 #include "host/DataType.h"
+#include "programs/CsvFields.h"
+#include "programs/NumberText.h"
 
 namespace {
 
@@ -30,15 +31,14 @@ bool parseType(const QString &text, TagSyntax syntax, TagItem *item, QString *wh
                        .arg(countText);
             return false;
         }
-        bool ok = false;
-        const int count = countText.toInt(&ok);
-        if (!ok || count < 1 || count > TagItems::kMostElements) {
+        qlonglong count = 0;
+        if (!NumberText::parseWhole(countText, 1, TagItems::kMostElements, &count)) {
             *why = QStringLiteral("bad count \"%1\": a count runs from 1 to %2")
                        .arg(countText)
                        .arg(TagItems::kMostElements);
             return false;
         }
-        item->count = count;
+        item->count = int(count);
     }
     item->dataType = TypeNames::fromName(name);
     if (item->dataType == TYPE_NONE) {

@@ -1,8 +1,8 @@
 #include "ValueFormatting.h"
 
-#include "CsvFields.h"
 #include "host/DataType.h"
 #include "host/ValueLists.h"
+#include "programs/CsvFields.h"
 
 #include <charconv>
 #include <cmath>

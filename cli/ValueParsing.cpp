@@ -2,54 +2,9 @@
 
 #include "TypeNames.h"
 #include "host/ValueLists.h"
-
-#include <limits>
-#include <type_traits>
+#include "programs/NumberText.h"
 
 namespace {
-
-// Decimal, or hexadecimal after 0x; a minus sign only where `negativeAllowed`.
-bool parseMagnitude(QString text, bool negativeAllowed, bool *negative, qulonglong *magnitude)
-{
-    *negative = text.startsWith(QLatin1Char('-'));
-    if (*negative) {
-        if (!negativeAllowed)
-            return false;
-        text.remove(0, 1);
-    } else if (text.startsWith(QLatin1Char('+'))) {
-        text.remove(0, 1);
-    }
-    if (text.isEmpty() || text.at(0) == QLatin1Char('-') || text.at(0) == QLatin1Char('+'))
-        return false;
-    for (const QChar c : text)
-        if (c.isSpace())
-            return false;
-    bool ok = false;
-    if (text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive))
-        *magnitude = text.size() > 2 ? text.mid(2).toULongLong(&ok, 16) : 0;
-    else
-        *magnitude = text.toULongLong(&ok, 10);
-    return ok;
-}
-
-template <typename T> bool parseInteger(const QString &text, T *value)
-{
-    bool negative = false;
-    qulonglong magnitude = 0;
-    if (!parseMagnitude(text, std::is_signed<T>::value, &negative, &magnitude))
-        return false;
-    if (negative) {
-        const qulonglong limit = qulonglong(std::numeric_limits<T>::max()) + 1; // magnitude of the minimum
-        if (magnitude > limit)
-            return false;
-        *value = magnitude == limit ? std::numeric_limits<T>::min() : T(-qlonglong(magnitude));
-        return true;
-    }
-    if (magnitude > qulonglong(std::numeric_limits<T>::max()))
-        return false;
-    *value = T(magnitude);
-    return true;
-}
 
 bool parseElement(const QString &text, bool *value)
 {
@@ -66,7 +21,7 @@ bool parseElement(const QString &text, bool *value)
 bool parseElement(const QString &text, char *value)
 {
     qint8 v = 0;
-    const bool ok = parseInteger(text, &v);
+    const bool ok = NumberText::parseInteger(text, &v);
     *value = char(v);
     return ok;
 }
@@ -74,7 +29,7 @@ bool parseElement(const QString &text, char *value)
 // Every other integer type; the overloads around take bool, char and the rest.
 template <typename T> bool parseElement(const QString &text, T *value)
 {
-    return parseInteger(text, value);
+    return NumberText::parseInteger(text, value);
 }
 
 // toFloat refuses what lies beyond the float range or would underflow to 0.

@@ -6,10 +6,10 @@
 #include "ConnectionText.h"
 #include "Console.h"
 #include "DriveLibrary.h"
-#include "ExitCode.h"
 #include "TagFile.h"
 #include "TypeNames.h"
 #include "host/CDriveBaseClass.h"
+#include "programs/ExitCode.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>

@@ -2,45 +2,18 @@
 
 #include "SimMemory.h"
 #include "link/SorvikProtocol.h"
+#include "programs/CsvFields.h"
+#include "programs/NumberText.h"
 
 #include <QStringList>
 #include <QtEndian>
 
 #include <cstring>
-#include <limits>
 #include <type_traits>
 
 namespace {
 
 namespace P = SorvikProtocol;
-
-// Decimal, or hexadecimal after "0x".
-bool parseUnsigned(QString text, qulonglong *value)
-{
-    text = text.trimmed();
-    if (text.startsWith(QLatin1Char('-')) || text.startsWith(QLatin1Char('+')))
-        return false;
-    bool ok = false;
-    if (text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive))
-        *value = text.mid(2).toULongLong(&ok, 16);
-    else
-        *value = text.toULongLong(&ok, 10);
-    return ok;
-}
-
-bool parseSigned(QString text, qlonglong *value)
-{
-    text = text.trimmed();
-    const bool negative = text.startsWith(QLatin1Char('-'));
-    qulonglong magnitude = 0;
-    if (!parseUnsigned(negative ? text.mid(1) : text, &magnitude))
-        return false;
-    constexpr qulonglong kMax = qulonglong(std::numeric_limits<qlonglong>::max());
-    if (magnitude > kMax + (negative ? 1 : 0))
-        return false;
-    *value = negative ? qlonglong(0 - magnitude) : qlonglong(magnitude);
-    return true;
-}
 
 template <typename U> void appendBytes(QByteArray *out, U bits, bool bigEndian)
 {
@@ -54,19 +27,10 @@ template <typename U> void appendBytes(QByteArray *out, U bits, bool bigEndian)
 
 template <typename T, bool BigEndian = false> bool encodeInteger(const QString &text, QByteArray *out)
 {
-    using Bits = std::make_unsigned_t<T>;
-    if constexpr (std::is_signed_v<T>) {
-        qlonglong value = 0;
-        if (!parseSigned(text, &value) || value < std::numeric_limits<T>::min() ||
-            value > std::numeric_limits<T>::max())
-            return false;
-        appendBytes(out, Bits(T(value)), BigEndian);
-    } else {
-        qulonglong value = 0;
-        if (!parseUnsigned(text, &value) || value > std::numeric_limits<T>::max())
-            return false;
-        appendBytes(out, Bits(value), BigEndian);
-    }
+    T value = 0;
+    if (!NumberText::parseInteger(text.trimmed(), &value))
+        return false;
+    appendBytes(out, std::make_unsigned_t<T>(value), BigEndian);
     return true;
 }
 
@@ -175,44 +139,6 @@ QByteArray spreadBits(const QByteArray &bytes)
     return bits;
 }
 
-// The values of an assignment, split as sorvik-cli splits its value lists: a
-// value may be double-quoted to hold commas, with "" for a quote inside;
-// unquoted values are trimmed, quoted ones kept as they stand.
-bool splitValues(const QString &text, QStringList *values, QString *why)
-{
-    QString value;
-    bool quoted = false;    // inside quotes
-    bool wasQuoted = false; // the current value had quotes: keep its spaces
-    for (int i = 0; i < text.size(); ++i) {
-        const QChar c = text.at(i);
-        if (quoted) {
-            if (c != QLatin1Char('"'))
-                value += c;
-            else if (i + 1 < text.size() && text.at(i + 1) == QLatin1Char('"'))
-                value += text.at(++i);
-            else
-                quoted = false;
-        } else if (c == QLatin1Char('"')) {
-            if (!wasQuoted && value.trimmed().isEmpty())
-                value.clear(); // blanks before an opening quote are no part of the text
-            quoted = true;
-            wasQuoted = true;
-        } else if (c == QLatin1Char(',')) {
-            values->append(wasQuoted ? value : value.trimmed());
-            value.clear();
-            wasQuoted = false;
-        } else {
-            value += c;
-        }
-    }
-    if (quoted) {
-        *why = QStringLiteral("a quote is not closed");
-        return false;
-    }
-    values->append(wasQuoted ? value : value.trimmed());
-    return true;
-}
-
 bool fail(QString *error, const QString &assignment, const QString &why)
 {
     if (error)
@@ -232,7 +158,8 @@ bool SimPresets::parse(const QString &assignment, SimPreset *out, QString *error
     const QString typeName = assignment.mid(equals + 1, colon - equals - 1).trimmed().toLower();
     QStringList values;
     QString why;
-    if (!splitValues(assignment.mid(colon + 1), &values, &why))
+    // Split as sorvik-cli splits its value lists, so that one text means the same to both.
+    if (!CsvFields::split(assignment.mid(colon + 1), &values, &why))
         return fail(error, assignment, why);
 
     const P::Area *area = findArea(tag);

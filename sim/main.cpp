@@ -5,55 +5,20 @@
 #include "SimPresets.h"
 #include "SimSelfDescribing.h"
 #include "SorvikSimulator.h"
+#include "programs/ExitCode.h"
+#include "programs/NumberText.h"
+#include "programs/StopSignal.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFile>
 #include <QLoggingCategory>
-#include <QSocketNotifier>
 #include <QTextStream>
 
-#include <csignal>
 #include <cstdio>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <limits>
 
 namespace {
-
-int g_signalPipe[2] = {-1, -1};
-
-void onSignal(int)
-{
-    const char byte = 1;
-    [[maybe_unused]] const ssize_t ignored = ::write(g_signalPipe[0], &byte, 1);
-}
-
-// SIGINT and SIGTERM end the event loop through a socket pair, since a signal
-// handler may do no more than write a byte.
-bool quitOnSignals(QCoreApplication *app)
-{
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_signalPipe) != 0)
-        return false;
-    auto *notifier = new QSocketNotifier(g_signalPipe[1], QSocketNotifier::Read, app);
-    QObject::connect(notifier, &QSocketNotifier::activated, app, &QCoreApplication::quit);
-    struct sigaction action {
-    };
-    action.sa_handler = onSignal;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    return ::sigaction(SIGINT, &action, nullptr) == 0 && ::sigaction(SIGTERM, &action, nullptr) == 0;
-}
-
-// Option errors end the program with one line on stderr and status 1.
-class BadUsage
-{
-public:
-    explicit BadUsage(QString text) : m_text(std::move(text)) {}
-    const QString &text() const { return m_text; }
-
-private:
-    QString m_text;
-};
 
 struct Options {
     QCommandLineOption address{"address", "UDP address to serve on (default 127.0.0.1).", "address", "127.0.0.1"};
@@ -97,154 +62,223 @@ struct Options {
     }
 };
 
-qlonglong integerOption(const QCommandLineParser &parser, const QCommandLineOption &option, qlonglong low,
-                        qlonglong high)
+// Each step below gives false and a one-line reason in `*why` when the
+// options ask for what cannot be done; main() reports it and ends with 1.
+
+bool integerOption(const QCommandLineParser &parser, const QCommandLineOption &option, qlonglong low, qlonglong high,
+                   qlonglong *value, QString *why)
 {
     const QString text = parser.value(option);
-    bool ok = false;
-    const qlonglong value = text.toLongLong(&ok);
-    if (!ok || value < low || value > high)
-        throw BadUsage(QStringLiteral("--%1 wants a whole number from %2 to %3, not \"%4\"")
-                           .arg(option.names().first())
-                           .arg(low)
-                           .arg(high)
-                           .arg(text));
-    return value;
+    if (NumberText::parseWhole(text, low, high, value))
+        return true;
+    *why = QStringLiteral("--%1 wants a whole number from %2 to %3, not \"%4\"")
+               .arg(option.names().first())
+               .arg(low)
+               .arg(high)
+               .arg(text);
+    return false;
 }
 
-double shareOption(const QCommandLineParser &parser, const QCommandLineOption &option)
+bool shareOption(const QCommandLineParser &parser, const QCommandLineOption &option, double *value, QString *why)
 {
     const QString text = parser.value(option);
-    bool ok = false;
-    const double value = text.toDouble(&ok);
-    if (!ok || !(value >= 0.0 && value <= 1.0))
-        throw BadUsage(QStringLiteral("--%1 wants a share from 0 to 1, not \"%2\"").arg(option.names().first(), text));
-    return value;
+    if (NumberText::parseShare(text, value))
+        return true;
+    *why = QStringLiteral("--%1 wants a share from 0 to 1, not \"%2\"").arg(option.names().first(), text);
+    return false;
 }
 
 constexpr qlonglong kLongestHoldMs = 3600 * 1000;
 
 // "N:MS" of --late, or "SHARE:MS" of --late-share: the part before the colon
 // as `first` (a whole number or a share), the milliseconds after it.
-void splitLate(const QString &option, const QString &text, bool shareFirst, double *first, int *ms)
+bool splitLate(const QString &option, const QString &text, bool shareFirst, double *first, int *ms, QString *why)
 {
     const QStringList parts = text.split(QLatin1Char(':'));
-    bool ok = parts.size() == 2;
-    if (ok && shareFirst) {
-        *first = parts[0].toDouble(&ok);
-        ok = ok && *first >= 0.0 && *first <= 1.0;
-    } else if (ok) {
-        *first = double(parts[0].toInt(&ok));
-        ok = ok && *first >= 1;
+    qlonglong request = 0;
+    qlonglong wait = 0;
+    const bool ok = parts.size() == 2 &&
+                    (shareFirst ? NumberText::parseShare(parts[0], first)
+                                : NumberText::parseWhole(parts[0], 1, std::numeric_limits<int>::max(), &request)) &&
+                    NumberText::parseWhole(parts[1], 0, kLongestHoldMs, &wait);
+    if (!ok) {
+        *why = QStringLiteral("--%1 wants %2:MS with MS from 0 to %3, not \"%4\"")
+                   .arg(option, shareFirst ? QStringLiteral("SHARE (0 to 1)") : QStringLiteral("N (from 1)"))
+                   .arg(kLongestHoldMs)
+                   .arg(text);
+        return false;
     }
-    const qlonglong wait = ok ? parts[1].toLongLong(&ok) : 0;
-    if (!ok || wait < 0 || wait > kLongestHoldMs)
-        throw BadUsage(QStringLiteral("--%1 wants %2:MS with MS from 0 to %3, not \"%4\"")
-                           .arg(option, shareFirst ? QStringLiteral("SHARE (0 to 1)") : QStringLiteral("N (from 1)"))
-                           .arg(kLongestHoldMs)
-                           .arg(text));
+    if (!shareFirst)
+        *first = double(request);
     *ms = int(wait);
+    return true;
 }
 
-SimFaults faultsFrom(const QCommandLineParser &parser, const Options &o)
+bool faultsFrom(const QCommandLineParser &parser, const Options &o, SimFaults *faults, QString *why)
 {
-    SimFaults faults;
-    faults.seed = quint32(integerOption(parser, o.seed, 0, 0xFFFFFFFFLL));
-    if (parser.isSet(o.drop))
-        faults.dropShare = shareOption(parser, o.drop);
-    if (parser.isSet(o.delay))
-        faults.delayMs = int(integerOption(parser, o.delay, 0, kLongestHoldMs));
-    if (parser.isSet(o.wrongIdentity))
-        faults.wrongIdentityShare = shareOption(parser, o.wrongIdentity);
-    if (parser.isSet(o.truncate))
-        faults.truncateTo = int(integerOption(parser, o.truncate, 0, 1 << 20));
-    faults.padReplies = parser.isSet(o.pad);
-    faults.overlongReplies = parser.isSet(o.overlong);
-    faults.extraDatagram = parser.isSet(o.extraDatagram);
-    faults.emptyDatagramFirst = parser.isSet(o.emptyFirst);
-    faults.silent = parser.isSet(o.silent);
+    qlonglong number = 0;
+    if (!integerOption(parser, o.seed, 0, 0xFFFFFFFFLL, &number, why))
+        return false;
+    faults->seed = quint32(number);
+    if (parser.isSet(o.drop) && !shareOption(parser, o.drop, &faults->dropShare, why))
+        return false;
+    if (parser.isSet(o.delay)) {
+        if (!integerOption(parser, o.delay, 0, kLongestHoldMs, &number, why))
+            return false;
+        faults->delayMs = int(number);
+    }
+    if (parser.isSet(o.wrongIdentity) && !shareOption(parser, o.wrongIdentity, &faults->wrongIdentityShare, why))
+        return false;
+    if (parser.isSet(o.truncate)) {
+        if (!integerOption(parser, o.truncate, 0, 1 << 20, &number, why))
+            return false;
+        faults->truncateTo = int(number);
+    }
+    faults->padReplies = parser.isSet(o.pad);
+    faults->overlongReplies = parser.isSet(o.overlong);
+    faults->extraDatagram = parser.isSet(o.extraDatagram);
+    faults->emptyDatagramFirst = parser.isSet(o.emptyFirst);
+    faults->silent = parser.isSet(o.silent);
     for (const QString &text : parser.values(o.late)) {
         double request = 0;
         int ms = 0;
-        splitLate(QStringLiteral("late"), text, false, &request, &ms);
-        faults.lateReplies.insert(int(request), ms); // the last of several for one request counts
+        if (!splitLate(QStringLiteral("late"), text, false, &request, &ms, why))
+            return false;
+        faults->lateReplies.insert(int(request), ms); // the last of several for one request counts
     }
-    if (parser.isSet(o.lateShare))
-        splitLate(QStringLiteral("late-share"), parser.value(o.lateShare), true, &faults.lateShare,
-                  &faults.lateShareMs);
-    return faults;
+    return !parser.isSet(o.lateShare) || splitLate(QStringLiteral("late-share"), parser.value(o.lateShare), true,
+                                                   &faults->lateShare, &faults->lateShareMs, why);
 }
 
 // Stores one assignment and keeps the demo of --live off its bytes.
-bool presetOne(const QString &assignment, SorvikSimulator *sim, SimLiveValues *live, QString *error)
+bool presetOne(const QString &assignment, SorvikSimulator *sim, SimLiveValues *live, QString *why)
 {
     SimPreset value;
-    if (!SimPresets::parse(assignment, &value, error))
+    if (!SimPresets::parse(assignment, &value, why))
         return false;
     sim->preset(value.area, value.address, value.bytes);
     live->keep(value.area, value.address, value.bytes.size());
     return true;
 }
 
-void presetFrom(const QCommandLineParser &parser, const Options &o, SorvikSimulator *sim, SimLiveValues *live)
+bool presetFrom(const QCommandLineParser &parser, const Options &o, SorvikSimulator *sim, SimLiveValues *live,
+                QString *why)
 {
     // The fill comes first, so that presets are written over it.
-    if (parser.isSet(o.selfDescribing))
-        sim->fillSelfDescribing(int(integerOption(parser, o.selfDescribing, 0, SimSelfDescribing::kLastController)));
-    QString error;
+    if (parser.isSet(o.selfDescribing)) {
+        qlonglong controller = 0;
+        if (!integerOption(parser, o.selfDescribing, 0, SimSelfDescribing::kLastController, &controller, why))
+            return false;
+        sim->fillSelfDescribing(int(controller));
+    }
     if (parser.isSet(o.presetFile)) {
         const QString path = parser.value(o.presetFile);
         QFile file(path);
-        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-            throw BadUsage(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
+        if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+            *why = QStringLiteral("cannot read %1: %2").arg(path, file.errorString());
+            return false;
+        }
         QTextStream in(&file);
         for (int number = 1; !in.atEnd(); ++number) {
             const QString line = in.readLine().trimmed();
             if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
                 continue;
-            if (!presetOne(line, sim, live, &error))
-                throw BadUsage(QStringLiteral("%1:%2: %3").arg(path).arg(number).arg(error));
+            if (!presetOne(line, sim, live, why)) {
+                *why = QStringLiteral("%1:%2: %3").arg(path).arg(number).arg(*why);
+                return false;
+            }
         }
     }
     for (const QString &assignment : parser.values(o.set))
-        if (!presetOne(assignment, sim, live, &error))
-            throw BadUsage(error);
+        if (!presetOne(assignment, sim, live, why))
+            return false;
+    return true;
 }
 
-// Starts the chosen transport and gives the line that tells where it serves.
-QString startTransport(const QCommandLineParser &parser, const Options &o, SorvikSimulator *sim)
+// Starts the chosen transport and gives in `*where` the line that tells where it serves.
+bool startTransport(const QCommandLineParser &parser, const Options &o, SorvikSimulator *sim, QString *where,
+                    QString *why)
 {
     const bool udpOptions = parser.isSet(o.address) || parser.isSet(o.port);
-    if (parser.isSet(o.pty) + parser.isSet(o.serial) + udpOptions > 1)
-        throw BadUsage(QStringLiteral("choose one of --pty, --serial and UDP (--address, --port)"));
+    if (parser.isSet(o.pty) + parser.isSet(o.serial) + udpOptions > 1) {
+        *why = QStringLiteral("choose one of --pty, --serial and UDP (--address, --port)");
+        return false;
+    }
 
     if (parser.isSet(o.pty)) {
         const QString path = sim->startPty();
-        if (path.isEmpty())
-            throw BadUsage(QStringLiteral("cannot make a pseudo-terminal"));
-        return QStringLiteral("pty ") + path;
+        if (path.isEmpty()) {
+            *why = QStringLiteral("cannot make a pseudo-terminal");
+            return false;
+        }
+        *where = QStringLiteral("pty ") + path;
+        return true;
     }
     if (parser.isSet(o.serial)) {
         const QStringList fields = parser.value(o.serial).split(QLatin1Char(','));
-        bool ok = fields.size() == 5;
-        const int baud = ok ? fields[1].toInt(&ok) : 0;
-        const int dataBits = ok ? fields[2].toInt(&ok) : 0;
-        const int stopBits = ok ? fields[3].toInt(&ok) : 0;
-        if (!ok)
-            throw BadUsage(QStringLiteral("--serial wants name,baud,databits,stopbits,parity, not \"%1\"")
-                               .arg(parser.value(o.serial)));
-        if (!sim->startSerial(fields[0], baud, dataBits, stopBits, fields[4]))
-            throw BadUsage(QStringLiteral("cannot serve on serial port %1").arg(fields[0]));
-        return QStringLiteral("serial ") + fields[0];
+        qlonglong baud = 0;
+        qlonglong dataBits = 0;
+        qlonglong stopBits = 0;
+        constexpr qlonglong kMost = std::numeric_limits<int>::max();
+        if (fields.size() != 5 || !NumberText::parseWhole(fields[1], 0, kMost, &baud) ||
+            !NumberText::parseWhole(fields[2], 0, kMost, &dataBits) ||
+            !NumberText::parseWhole(fields[3], 0, kMost, &stopBits)) {
+            *why = QStringLiteral("--serial wants name,baud,databits,stopbits,parity, not \"%1\"")
+                       .arg(parser.value(o.serial));
+            return false;
+        }
+        if (!sim->startSerial(fields[0], int(baud), int(dataBits), int(stopBits), fields[4])) {
+            *why = QStringLiteral("cannot serve on serial port %1").arg(fields[0]);
+            return false;
+        }
+        *where = QStringLiteral("serial ") + fields[0];
+        return true;
     }
     const QHostAddress address(parser.value(o.address));
-    if (address.isNull())
-        throw BadUsage(QStringLiteral("--address wants an IP address, not \"%1\"").arg(parser.value(o.address)));
-    const quint16 wanted = quint16(integerOption(parser, o.port, 0, 65535));
-    const quint16 port = sim->startUdp(address, wanted);
-    if (port == 0)
-        throw BadUsage(QStringLiteral("cannot serve UDP on %1:%2").arg(address.toString()).arg(wanted));
-    return QStringLiteral("udp %1:%2").arg(address.toString()).arg(port);
+    if (address.isNull()) {
+        *why = QStringLiteral("--address wants an IP address, not \"%1\"").arg(parser.value(o.address));
+        return false;
+    }
+    qlonglong wanted = 0;
+    if (!integerOption(parser, o.port, 0, 65535, &wanted, why))
+        return false;
+    const quint16 port = sim->startUdp(address, quint16(wanted));
+    if (port == 0) {
+        *why = QStringLiteral("cannot serve UDP on %1:%2").arg(address.toString()).arg(wanted);
+        return false;
+    }
+    *where = QStringLiteral("udp %1:%2").arg(address.toString()).arg(port);
+    return true;
+}
+
+// Reads the options and starts serving. False with the reason in `*why`.
+bool start(const QCommandLineParser &parser, const Options &options, SorvikSimulator *sim, SimLiveValues *live,
+           QString *why)
+{
+    if (!parser.positionalArguments().isEmpty()) {
+        *why = QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first());
+        return false;
+    }
+    if (parser.isSet(options.logFrames))
+        QLoggingCategory::setFilterRules(QStringLiteral("sorvik.sim.frames.debug=true"));
+    SimFaults faults;
+    if (!faultsFrom(parser, options, &faults, why))
+        return false;
+    sim->setFaults(faults);
+    if (!presetFrom(parser, options, sim, live, why))
+        return false;
+    if (parser.isSet(options.live))
+        live->start();
+    if (!StopSignal::install(QCoreApplication::instance(), &QCoreApplication::quit)) {
+        *why = QStringLiteral("cannot watch for signals");
+        return false;
+    }
+    QString where;
+    if (!startTransport(parser, options, sim, &where, why))
+        return false;
+    std::fprintf(stdout, "%s\n", qUtf8Printable(where));
+    std::fflush(stdout);
+    return true;
 }
 
 } // namespace
@@ -268,29 +302,20 @@ int main(int argc, char *argv[])
 
     SorvikSimulator sim;
     SimLiveValues live(&sim);
-    try {
-        if (!parser.parse(QCoreApplication::arguments()))
-            throw BadUsage(parser.errorText());
+    QString why;
+    bool started = parser.parse(QCoreApplication::arguments());
+    if (!started) {
+        why = parser.errorText();
+    } else {
         if (parser.isSet(help))
-            parser.showHelp(0);
+            parser.showHelp(ExitOk);
         if (parser.isSet(version))
             parser.showVersion();
-        if (!parser.positionalArguments().isEmpty())
-            throw BadUsage(QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first()));
-        if (parser.isSet(options.logFrames))
-            QLoggingCategory::setFilterRules(QStringLiteral("sorvik.sim.frames.debug=true"));
-        sim.setFaults(faultsFrom(parser, options));
-        presetFrom(parser, options, &sim, &live);
-        if (parser.isSet(options.live))
-            live.start();
-        if (!quitOnSignals(&app))
-            throw BadUsage(QStringLiteral("cannot watch for signals"));
-        const QString where = startTransport(parser, options, &sim);
-        std::fprintf(stdout, "%s\n", qUtf8Printable(where));
-        std::fflush(stdout);
-    } catch (const BadUsage &bad) {
-        std::fprintf(stderr, "sorvik-sim: %s\n", qUtf8Printable(bad.text()));
-        return 1;
+        started = start(parser, options, &sim, &live, &why);
+    }
+    if (!started) {
+        std::fprintf(stderr, "sorvik-sim: %s\n", qUtf8Printable(why));
+        return ExitUsage;
     }
 
     const int status = app.exec();
