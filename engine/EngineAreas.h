@@ -30,12 +30,15 @@ constexpr int kCount = [] {
     return most;
 }();
 
-// Rows by key; nullptr at 0.
-inline constexpr std::array<const Area *, kCount + 1> kByKey = [] {
-    std::array<const Area *, kCount + 1> rows{};
-    for (const Area &area : SorvikProtocol::kAreaTable)
-        if (area.key != 0)
-            rows[area.key] = &area;
+// Places in the area table by key; -1 at 0.
+inline constexpr std::array<int, kCount + 1> kRowOfKey = [] {
+    std::array<int, kCount + 1> rows{};
+    for (int &row : rows)
+        row = -1;
+    const int count = int(sizeof(SorvikProtocol::kAreaTable) / sizeof(SorvikProtocol::kAreaTable[0]));
+    for (int i = 0; i < count; ++i)
+        if (SorvikProtocol::kAreaTable[i].key != 0)
+            rows[SorvikProtocol::kAreaTable[i].key] = i;
     return rows;
 }();
 
@@ -47,7 +50,7 @@ constexpr bool isArea(int code)
 // Bytes of one address; 0 for anything that is no area.
 constexpr int width(int code)
 {
-    return isArea(code) ? kByKey[code]->width : 0;
+    return isArea(code) ? SorvikProtocol::kAreaTable[kRowOfKey[code]].width : 0;
 }
 
 constexpr Family family(int code)
@@ -58,7 +61,7 @@ constexpr Family family(int code)
 // The upper-case name; nullptr for anything that is no area.
 constexpr const char *name(int code)
 {
-    return isArea(code) ? kByKey[code]->prefix : nullptr;
+    return isArea(code) ? SorvikProtocol::kAreaTable[kRowOfKey[code]].prefix : nullptr;
 }
 
 // Whether a tag text names one of the string areas, by its upper-case prefix
@@ -96,7 +99,7 @@ static_assert(
     kCount == 26 &&
         [] {
             for (int code = 1; code <= kCount; ++code)
-                if (!kByKey[code])
+                if (kRowOfKey[code] < 0)
                     return false;
             return true;
         }(),

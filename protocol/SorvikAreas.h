@@ -70,17 +70,17 @@ struct UnnamedArea {
 inline constexpr UnnamedArea kUnnamedAreas[] = {{25, 1}, {26, 100}, {27, 400}, {30, 1}, {31, 1}, {32, 7200}};
 constexpr int kAreaCodeCount = 47; // codes 0..46 have a size, 0 where nothing is there
 
-constexpr bool samePrefix(const char *a, const char *b)
+constexpr bool startsWith(const char *text, const char *prefix)
 {
-    while (*a && *a == *b)
-        ++a, ++b;
-    return *a == *b;
+    while (*prefix && *text == *prefix)
+        ++text, ++prefix;
+    return *prefix == '\0';
 }
 
 constexpr int codeOf(const char *prefix)
 {
     for (const Area &area : kAreaTable)
-        if (samePrefix(area.prefix, prefix))
+        if (startsWith(area.prefix, prefix) && startsWith(prefix, area.prefix))
             return area.code;
     return 0;
 }
@@ -116,13 +116,22 @@ inline constexpr std::array<Area, kAreaCount> kAreas = [] {
     return areas;
 }();
 
-// The row of a wire code; nullptr for a code that no prefix names.
-constexpr const Area *areaOfCode(int code)
+// The place of a wire code in kAreas; -1 for a code that no prefix names.
+// (An index, not a pointer: a pointer's test for null is no constant
+// expression in an instrumented build.)
+constexpr int indexOfCode(int code)
 {
-    for (const Area &area : kAreas)
-        if (area.code == code)
-            return &area;
-    return nullptr;
+    for (int i = 0; i < kAreaCount; ++i)
+        if (kAreas[i].code == code)
+            return i;
+    return -1;
+}
+
+// The row of a wire code; nullptr for a code that no prefix names.
+inline const Area *areaOfCode(int code)
+{
+    const int i = indexOfCode(code);
+    return i < 0 ? nullptr : &kAreas[i];
 }
 
 constexpr quint32 maskOf(AreaGroup group)
@@ -161,8 +170,8 @@ constexpr bool isWordArea(int code)
 
 constexpr AreaGroup groupOf(int code)
 {
-    const Area *area = areaOfCode(code);
-    return area ? area->group : AreaGroup::None;
+    const int i = indexOfCode(code);
+    return i < 0 ? AreaGroup::None : kAreas[i].group;
 }
 
 constexpr bool isPairArea(int code)
@@ -178,15 +187,8 @@ constexpr bool isBlockArea(int code)
 // numeric read; writes never reach area SI by this road.
 constexpr int addressFactor(int code)
 {
-    const Area *area = areaOfCode(code);
-    return area ? area->factor : 1;
-}
-
-constexpr bool startsWith(const char *text, const char *prefix)
-{
-    while (*prefix && *text == *prefix)
-        ++text, ++prefix;
-    return *prefix == '\0';
+    const int i = indexOfCode(code);
+    return i < 0 ? 1 : kAreas[i].factor;
 }
 
 // A prefix is tried only after every longer prefix that begins with it, and
@@ -204,7 +206,7 @@ constexpr bool tableIsSound()
         }
     }
     for (const UnnamedArea &unnamed : kUnnamedAreas)
-        if (areaOfCode(unnamed.code))
+        if (indexOfCode(unnamed.code) >= 0)
             return false;
     return true;
 }
