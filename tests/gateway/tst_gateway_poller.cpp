@@ -47,6 +47,18 @@ struct Simulated {
     QString connection() const { return QStringLiteral("%1:%2").arg(address).arg(port); }
 };
 
+// The same controller behind a pseudo-terminal: "PATH,BAUD,8,1,N".
+bool startSerialSim(Simulated *s)
+{
+    s->address = s->sim.startPty();
+    return !s->address.isEmpty();
+}
+
+QString connectionOf(const Simulated &s, bool serial)
+{
+    return serial ? s.address + QStringLiteral(",115200,8,1,N") : s.connection();
+}
+
 bool startSim(Simulated *s, int k, quint16 port = 0)
 {
     s->address = controllerAddress(k);
@@ -71,7 +83,9 @@ class GatewayPollerTest : public QObject
 
 private slots:
     void valuesCarryNameUnitScaleAndQuality();
+    void lateRepliesNeverPutAValueUnderAnotherName_data();
     void lateRepliesNeverPutAValueUnderAnotherName();
+    void silentSerialControllerIsLostThenBack();
     void stoppedControllerIsLostThenBack();
     void overrunningCyclesAreCountedNotQueued();
 };
@@ -138,11 +152,19 @@ void GatewayPollerTest::valuesCarryNameUnitScaleAndQuality()
 // Every element of a self-describing memory names its own area and address,
 // so a value published under a tag it does not belong to is caught, whatever
 // the shift. A share of the replies comes back after the drive gave up.
+void GatewayPollerTest::lateRepliesNeverPutAValueUnderAnotherName_data()
+{
+    QTest::addColumn<bool>("serial");
+    QTest::newRow("udp") << false;
+    QTest::newRow("serial") << true;
+}
+
 void GatewayPollerTest::lateRepliesNeverPutAValueUnderAnotherName()
 {
+    QFETCH(bool, serial);
     constexpr int kId = 7;
     Simulated s;
-    QVERIFY(startSim(&s, 2));
+    QVERIFY(serial ? startSerialSim(&s) : startSim(&s, 2));
     QVERIFY(s.sim.fillSelfDescribing(kId));
     SimFaults faults;
     faults.seed = 17;
@@ -160,7 +182,7 @@ void GatewayPollerTest::lateRepliesNeverPutAValueUnderAnotherName()
     TagConfig pair = tag(QStringLiteral("ai60x2"), QStringLiteral("AI60"), TYPE_INT32);
     pair.count = 2;
     tags << pair;
-    ControllerConfig config = controller(QStringLiteral("plc2"), s.connection(), 100, tags);
+    ControllerConfig config = controller(QStringLiteral("plc2"), connectionOf(s, serial), 100, tags);
     config.reconnect.firstPauseMs = 100;
     config.reconnect.longestPauseMs = 400;
 
@@ -247,6 +269,44 @@ void GatewayPollerTest::stoppedControllerIsLostThenBack()
     QCOMPARE(valuesOf(sink.data().last()).value(QLatin1String("a")).toObject().value(QLatin1String("value")).toInt(),
              6);
     QVERIFY(metrics.snapshot().value(QLatin1String("reconnects")).toInt() > 0);
+}
+
+// A serial line has no handshake: a controller that falls silent is lost by
+// its missing replies, and back when it answers again.
+void GatewayPollerTest::silentSerialControllerIsLostThenBack()
+{
+    Simulated s;
+    QVERIFY(startSerialSim(&s));
+    QVERIFY(s.sim.presetTag(QStringLiteral("AI1=int32:5")));
+    ControllerConfig config = controller(QStringLiteral("plc5"), connectionOf(s, true), 100,
+                                         {tag(QStringLiteral("a"), QStringLiteral("AI1"), TYPE_INT32)});
+    config.reconnect.lostAfterCycles = 2;
+    config.reconnect.firstPauseMs = 100;
+    config.reconnect.longestPauseMs = 500;
+    RecordingSink sink;
+    PollerOptions options;
+    options.lateWindowMs = 200;
+    ControllerPoller poller(config, kGateway, QStringLiteral(SORVIK_LIBRARY_FILE), &sink, nullptr, options);
+    poller.start();
+    QTRY_VERIFY_WITH_TIMEOUT(sink.states().contains(QStringLiteral("online")), 20000);
+
+    SimFaults silent;
+    silent.silent = true;
+    s.sim.setFaults(silent);
+    QTRY_VERIFY_WITH_TIMEOUT(sink.states().contains(QStringLiteral("lost")), 30000);
+    const int lostAt = sink.states().lastIndexOf(QStringLiteral("lost"));
+    const int dataAtLoss = sink.dataCount();
+    QTRY_VERIFY_WITH_TIMEOUT(sink.dataCount() >= dataAtLoss + 3, 30000);
+    for (const RecordingSink::Message &m : sink.data().mid(dataAtLoss))
+        QVERIFY(valuesOf(m).isEmpty());
+
+    QVERIFY(s.sim.presetTag(QStringLiteral("AI1=int32:6")));
+    s.sim.setFaults(SimFaults());
+    QTRY_VERIFY_WITH_TIMEOUT(sink.states().mid(lostAt).contains(QStringLiteral("online")), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(valuesOf(sink.data().last()).contains(QLatin1String("a")), 30000);
+    poller.stop();
+    QCOMPARE(valuesOf(sink.data().last()).value(QLatin1String("a")).toObject().value(QLatin1String("value")).toInt(),
+             6);
 }
 
 // Every reply takes longer than the interval: the missed starts are counted
