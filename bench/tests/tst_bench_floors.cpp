@@ -135,15 +135,6 @@ private slots:
         QCOMPARE(loopbackHost(1), QHostAddress(QStringLiteral("127.0.9.2")));
         qputenv("SORVIK_BENCH_HOST", given);
     }
-
-    void loaderRefusesWhatIsNoDrive()
-    {
-        DriveLoader loader;
-        QString why;
-        QVERIFY(!loader.load(QStringLiteral("/nonexistent/libSorvik.so"), &why));
-        QVERIFY(why.startsWith(QLatin1String("cannot load /nonexistent/libSorvik.so")));
-        QVERIFY(!loader.create());
-    }
 };
 
 QTEST_GUILESS_MAIN(BenchFloorsTest)
