@@ -6,21 +6,19 @@
 #include "GatewayRunner.h"
 #include "GroupPlan.h"
 #include "cli/DriveLibrary.h"
-#include "cli/StopSignal.h"
+#include "programs/ExitCode.h"
+#include "programs/StopSignal.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QTextStream>
-#include <QTimer>
 
 #include <cstdio>
 
 namespace {
 
 Q_LOGGING_CATEGORY(lcMain, "sorvik.gateway.main", QtInfoMsg)
-
-enum Exit { ExitOk = 0, ExitUsage = 1 };
 
 // Time to publish what waits in the offline queue on a stop, before the
 // gateway says offline; what is left stays queued for the next start.
@@ -169,22 +167,16 @@ int main(int argc, char *argv[])
     if (options.check)
         return check(config, library);
 
+    // The handler only wakes the event loop; the stop itself runs there, on
+    // the thread that owns the pollers and the MQTT side. Caught before the
+    // start, so that a signal during it is not lost.
     GatewayRunner runner(config, library.fileName());
-    if (!runner.start(options.startAfresh, &why))
-        return usageError(why);
-
-    // The handler only sets a flag; the stop itself runs here, on the
-    // thread that owns the pollers and the MQTT side.
-    StopSignal::install();
-    QTimer stopWatch;
-    QObject::connect(&stopWatch, &QTimer::timeout, &app, [&] {
-        if (!StopSignal::requested())
-            return;
-        stopWatch.stop();
+    StopSignal::install(&app, [&runner] {
         qCInfo(lcMain, "stop requested: finishing the running cycles");
         runner.stop(kFlushTimeoutMs);
         QCoreApplication::quit();
     });
-    stopWatch.start(100);
+    if (!runner.start(options.startAfresh, &why))
+        return usageError(why);
     return QCoreApplication::exec();
 }
