@@ -64,7 +64,8 @@ public:
     }
 
     // Connects and subscribes to every filter with QoS 1; true once the broker
-    // has acknowledged them all, so nothing published afterwards is missed.
+    // has acknowledged the connection and every subscription, so nothing
+    // published afterwards is missed.
     bool connectAndSubscribe(const QString &host, int port, const QStringList &filters, int timeoutMs = 5000)
     {
         m_filters = filters;
@@ -73,7 +74,7 @@ public:
         if (mosquitto_loop_start(m_client) != MOSQ_ERR_SUCCESS)
             return false;
         m_started = true;
-        return waitFor([this] { return m_subscribed.load() >= m_filters.size(); }, timeoutMs);
+        return waitFor([this] { return m_connected && m_subscribed.load() >= m_filters.size(); }, timeoutMs);
     }
 
     bool publish(const QString &topic, const QByteArray &payload, int qos = 1, bool retain = false)
@@ -122,6 +123,7 @@ private:
         if (rc != 0)
             return;
         auto *subscriber = static_cast<TestSubscriber *>(self);
+        subscriber->m_connected = true;
         // Subscriptions go again after every reconnection (a clean session forgets them).
         subscriber->m_subscribed = 0;
         for (const QString &filter : subscriber->m_filters)
@@ -145,6 +147,7 @@ private:
 
     mosquitto *m_client = nullptr;
     QStringList m_filters; // written before the loop starts, read only on its thread afterwards
+    std::atomic<bool> m_connected{false};
     std::atomic<int> m_subscribed{0};
     bool m_started = false;
     // std::mutex rather than QMutex: ThreadSanitizer sees through it.
