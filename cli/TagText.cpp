@@ -1,28 +1,19 @@
 #include "TagText.h"
 
+#include "protocol/SorvikAreas.h"
+
 #include <QRegularExpression>
 #include <QStringList>
 
 namespace {
 
-const char *const kPrefixes[] = {"DI",  "DI_F", "DI_S", "DO", "DO_F", "DO_S", "AI",  "AI_F", "AI_S",
-                                 "AO",  "AO_F", "AO_S", "SD", "SA",   "NDI",  "NDO", "NAI",  "NAO",
-                                 "HDS", "HDP",  "HAI",  "LD", "LA",   "LW",   "SI",  "SO",   "Custom"};
-
-bool isPrefix(const QString &text, Qt::CaseSensitivity sensitivity)
+// The prefixes of the area table, SO included, which only the planner takes.
+const char *findPrefix(const QString &text, Qt::CaseSensitivity sensitivity)
 {
-    for (const char *prefix : kPrefixes)
-        if (text.compare(QLatin1String(prefix), sensitivity) == 0)
-            return true;
-    return false;
-}
-
-QString correctCase(const QString &text)
-{
-    for (const char *prefix : kPrefixes)
-        if (text.compare(QLatin1String(prefix), Qt::CaseInsensitive) == 0)
-            return QLatin1String(prefix);
-    return text;
+    for (const SorvikProtocol::Area &area : SorvikProtocol::kAreaTable)
+        if (text.compare(QLatin1String(area.prefix), sensitivity) == 0)
+            return area.prefix;
+    return nullptr;
 }
 
 } // namespace
@@ -42,12 +33,12 @@ bool TagText::check(const QString &tag, QString *why)
         return false;
     }
     const QString prefix = match.captured(1);
-    if (!isPrefix(prefix, Qt::CaseSensitive)) {
-        *why = isPrefix(prefix, Qt::CaseInsensitive)
-                   ? QStringLiteral("area prefixes are written %1").arg(correctCase(prefix))
-                   : QStringLiteral("\"%1\" is no area (DI, DO, AI, AO, SD, SA, NDI, NDO, NAI, NAO, HDS, HDP, HAI, "
-                                    "LD, LA, LW, SI, SO, Custom and their _F/_S forms)")
-                         .arg(prefix);
+    if (!findPrefix(prefix, Qt::CaseSensitive)) {
+        const char *written = findPrefix(prefix, Qt::CaseInsensitive);
+        *why = written ? QStringLiteral("area prefixes are written %1").arg(QLatin1String(written))
+                       : QStringLiteral("\"%1\" is no area (DI, DO, AI, AO, SD, SA, NDI, NDO, NAI, NAO, HDS, HDP, HAI, "
+                                        "LD, LA, LW, SI, SO, Custom and their _F/_S forms)")
+                             .arg(prefix);
         return false;
     }
     bool ok = false;
