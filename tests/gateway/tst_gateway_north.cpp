@@ -83,7 +83,6 @@ class TstGatewayNorth : public QObject
     Q_OBJECT
 
 private slots:
-    void fixtureBrokerComesBackOnItsPort();
     void dataAndRetainedStatesReachTheBroker();
     void writeCommandsPassOnToTheirController();
     void outageLosesNothingAndKeepsEachStreamInOrder();
@@ -99,31 +98,6 @@ private slots:
 private:
     QTemporaryDir m_dir;
 };
-
-// The fixtures themselves: what one client publishes the subscriber gets, and
-// a stopped broker comes back on the same port with a persistent session kept.
-void TstGatewayNorth::fixtureBrokerComesBackOnItsPort()
-{
-    BrokerFixture::Options options;
-    options.persistence = true;
-    BrokerFixture broker(options);
-    QVERIFY2(broker.start(), qPrintable(broker.error()));
-    const quint16 port = broker.port();
-    TestSubscriber subscriber(false);
-    QVERIFY(subscriber.connectAndSubscribe(broker.host(), port, {QStringLiteral("t/#")}));
-    TestSubscriber publisher;
-    QVERIFY(publisher.connectAndSubscribe(broker.host(), port, {}));
-    QVERIFY(publisher.publish(QStringLiteral("t/a"), "one"));
-    QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(QStringLiteral("t/a")) == 1; }, 5000));
-
-    broker.stop();
-    QVERIFY(broker.start());
-    QCOMPARE(broker.port(), port);
-    // What the publisher sends before the subscriber is back waits in the subscriber's session.
-    QVERIFY(TestSubscriber::waitFor([&] { return publisher.publish(QStringLiteral("t/a"), "two"); }, 5000));
-    QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(QStringLiteral("t/a")) >= 2; }, 10000));
-    QCOMPARE(subscriber.messages(QStringLiteral("t/a")).last().payload, QByteArray("two"));
-}
 
 void TstGatewayNorth::dataAndRetainedStatesReachTheBroker()
 {
