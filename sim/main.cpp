@@ -287,7 +287,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("sorvik-sim"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.8.4"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(SORVIK_SIM_VERSION));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(

@@ -185,6 +185,14 @@ private slots:
                  "sorvik-sim: " + error.replace("FILE", m_badPresets.fileName()) + "\n");
         QVERIFY(m_process.readAllStandardOutput().isEmpty());
     }
+
+    void versionIsTheProjects()
+    {
+        m_process.start(SORVIK_SIM_FILE, {"--version"});
+        QVERIFY(m_process.waitForFinished(2000));
+        QCOMPARE(m_process.exitCode(), 0);
+        QCOMPARE(m_process.readAllStandardOutput(), QByteArray("sorvik-sim 1.8.4\n"));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestSimProgram)
