@@ -5,15 +5,13 @@
 
 #include "host/CDriveBaseClass.h"
 
-#include <cstring>
+#include <QtEndian>
 
 QByteArray BenchTags::naiFloats()
 {
     QByteArray bytes(kFloatCount * int(sizeof(float)), '\0');
-    for (int i = 0; i < kFloatCount; ++i) {
-        const float value = float(i + 1) / 4;
-        std::memcpy(bytes.data() + i * int(sizeof value), &value, sizeof value); // little-endian machines only
-    }
+    for (int i = 0; i < kFloatCount; ++i)
+        qToLittleEndian(float(i + 1) / 4, bytes.data() + i * int(sizeof(float)));
     return bytes;
 }
 

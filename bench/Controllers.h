@@ -2,6 +2,7 @@
 
 // The controller stand-ins of the rows and the drives connected to them.
 
+#include "protocol/SorvikAreas.h"
 #include "sim/SorvikSimulator.h"
 
 #include <QByteArray>
@@ -12,8 +13,8 @@ class CDriveBaseClass;
 class DriveLoader;
 
 namespace BenchTags {
-constexpr int kNaiArea = 17;      // wire code of NAI, a word area of 4-byte addresses
-constexpr int kFloatCount = 1000; // NAI1 to NAI1000 hold floats
+constexpr int kNaiArea = SorvikProtocol::codeOf("NAI"); // a word area of 4-byte addresses
+constexpr int kFloatCount = 1000;                       // NAI1 to NAI1000 hold floats
 
 inline QString naiTag(int number)
 {

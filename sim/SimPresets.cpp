@@ -8,7 +8,6 @@
 #include <QStringList>
 #include <QtEndian>
 
-#include <cstring>
 #include <type_traits>
 
 namespace {
@@ -49,20 +48,14 @@ bool encodeBool(const QString &text, QByteArray *out)
 bool encodeFloat(const QString &text, QByteArray *out)
 {
     bool ok = false;
-    const float value = text.trimmed().toFloat(&ok);
-    quint32 bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    appendBytes(out, bits, false);
+    appendBytes(out, text.trimmed().toFloat(&ok), false);
     return ok;
 }
 
 bool encodeDouble(const QString &text, QByteArray *out)
 {
     bool ok = false;
-    const double value = text.trimmed().toDouble(&ok);
-    quint64 bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    appendBytes(out, bits, false);
+    appendBytes(out, text.trimmed().toDouble(&ok), false);
     return ok;
 }
 

@@ -12,7 +12,7 @@
 
 #include <QDateTime>
 
-#include <cstring>
+#include <QtEndian>
 
 #ifdef SORVIK_HAVE_GOOGLE_BENCHMARK
 namespace {
@@ -50,9 +50,7 @@ QMap<Induction::SReadInfo, CLabelVariable> cutByHand(const CLabelVariable &reply
         char element[4];
         for (int k = 0; k < 4; ++k)
             element[k] = bytes.at(4 * i + k);
-        float value = 0;
-        std::memcpy(&value, element, sizeof value);
-        record.value = QVariant::fromValue(QList<float>{value});
+        record.value = QVariant::fromValue(QList<float>{qFromLittleEndian<float>(element)});
         records.insert(infos.at(i), record);
     }
     return records;
