@@ -3,6 +3,7 @@
 #include "Console.h"
 
 #include "host/CDriveBaseClass.h"
+#include "link/LinkResult.h"
 #include "sim/SimLiveValues.h"
 #include "sim/SorvikSimulator.h"
 
@@ -34,11 +35,11 @@ bool Connection::open(const QString &connectText, const QString &simAddress, QSt
                            .arg(m_text));
     }
     const int result = m_drive->ConnectDrive(m_text);
-    if (result != 0) {
+    if (result != LinkResult::Ok) {
         const bool udp = m_text.count(QLatin1Char(':')) == 1;
-        *why = result == -2 ? QStringLiteral("no answer to the handshake from %1").arg(m_text)
-               : udp        ? QStringLiteral("cannot open a UDP link to %1").arg(m_text)
-                            : QStringLiteral("cannot open serial port %1").arg(m_text.section(QLatin1Char(','), 0, 0));
+        *why = result == LinkResult::NoReply ? QStringLiteral("no answer to the handshake from %1").arg(m_text)
+               : udp                         ? QStringLiteral("cannot open a UDP link to %1").arg(m_text)
+                     : QStringLiteral("cannot open serial port %1").arg(m_text.section(QLatin1Char(','), 0, 0));
         return false;
     }
     m_open = true;

@@ -2,6 +2,7 @@
 
 #include "host/CDriveBaseClass.h"
 #include "host/RecordStatus.h"
+#include "link/LinkResult.h"
 #include "programs/StopSignal.h"
 
 #include <QThread>
@@ -68,7 +69,7 @@ bool LinkKeeper::reopen()
     m_drive->DisConnectDrive();
     bool open = false;
     for (int i = 0; i < kHandshakeTries && !open && !StopSignal::requested(); ++i)
-        open = m_drive->ConnectDrive(m_text) == 0;
+        open = m_drive->ConnectDrive(m_text) == LinkResult::Ok;
     m_sinceAttempt.start();
     if (!open) {
         if (!m_down)

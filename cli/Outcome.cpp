@@ -1,16 +1,17 @@
 #include "Outcome.h"
 
 #include "Console.h"
+#include "host/RecordStatus.h"
 #include "programs/ExitCode.h"
 
 void Outcome::addStatus(int status)
 {
     ++m_total;
-    if (status == 0)
+    if (status == RecordStatus::Ok)
         ++m_ok;
-    // Status 1 on a record here means no value came back for the tag: a bit
+    // NotDone on a record here means no value came back for the tag: a bit
     // block whose read failed gives its tags no entry at all.
-    else if (status == 1 || status == 8 || status == 9)
+    else if (status == RecordStatus::NotDone || status == RecordStatus::NoReply || status == RecordStatus::LinkNotOpen)
         ++m_silent;
 }
 

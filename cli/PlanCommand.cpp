@@ -3,6 +3,7 @@
 #include "Plural.h"
 #include "ReadPlan.h"
 #include "TypeNames.h"
+#include "engine/BlockKind.h"
 #include "programs/ExitCode.h"
 
 namespace {
@@ -10,8 +11,8 @@ namespace {
 QString kindName(int kind)
 {
     switch (kind) {
-    case 1: return QStringLiteral("bytes");
-    case 2: return QStringLiteral("points");
+    case BlockKind::Bytes: return QStringLiteral("bytes");
+    case BlockKind::Points: return QStringLiteral("points");
     default: return QStringLiteral("none");
     }
 }

@@ -1,6 +1,7 @@
 #include "ValueParsing.h"
 
 #include "TypeNames.h"
+#include "host/DataType.h"
 #include "host/ValueLists.h"
 #include "programs/NumberText.h"
 
@@ -63,18 +64,18 @@ bool parseElement(const QString &text, QString *value)
 QString rangeHint(int dataType)
 {
     switch (dataType) {
-    case 1: return QStringLiteral("0, 1, true or false");
-    case 2: return QStringLiteral("-128 to 127");
-    case 3: return QStringLiteral("0 to 255");
-    case 4: return QStringLiteral("-32768 to 32767");
-    case 5: return QStringLiteral("0 to 65535");
-    case 6: return QStringLiteral("-2147483648 to 2147483647");
-    case 7: return QStringLiteral("0 to 4294967295");
-    case 8: return QStringLiteral("a number within the float range");
-    case 9: return QStringLiteral("-9223372036854775808 to 9223372036854775807");
-    case 10: return QStringLiteral("0 to 18446744073709551615");
-    case 11: return QStringLiteral("a number");
-    case 12:
+    case TYPE_BOOL: return QStringLiteral("0, 1, true or false");
+    case TYPE_INT8: return QStringLiteral("-128 to 127");
+    case TYPE_UINT8: return QStringLiteral("0 to 255");
+    case TYPE_INT16: return QStringLiteral("-32768 to 32767");
+    case TYPE_UINT16: return QStringLiteral("0 to 65535");
+    case TYPE_INT32: return QStringLiteral("-2147483648 to 2147483647");
+    case TYPE_UINT32: return QStringLiteral("0 to 4294967295");
+    case TYPE_FLOAT: return QStringLiteral("a number within the float range");
+    case TYPE_INT64: return QStringLiteral("-9223372036854775808 to 9223372036854775807");
+    case TYPE_UINT64: return QStringLiteral("0 to 18446744073709551615");
+    case TYPE_DOUBLE: return QStringLiteral("a number");
+    case TYPE_STRING:
         return QStringLiteral("ASCII text of at most %1 characters; the drive reads other characters back "
                               "differently from how it writes them")
             .arg(ValueParsing::kLongestString);
@@ -104,9 +105,10 @@ template <typename T> bool parseList(int dataType, const QStringList &texts, QVa
 bool ValueParsing::parse(int dataType, const QStringList &texts, QVariant *list, QString *why)
 {
     bool ok = false;
-    const bool known = dataType >= 1 && dataType <= 12 && SorvikValues::visitElementType(dataType, [&](auto element) {
-                           ok = parseList<typename decltype(element)::type>(dataType, texts, list, why);
-                       });
+    const bool known =
+        dataType >= TYPE_BOOL && dataType <= TYPE_STRING && SorvikValues::visitElementType(dataType, [&](auto element) {
+            ok = parseList<typename decltype(element)::type>(dataType, texts, list, why);
+        });
     if (!known)
         *why = QStringLiteral("no values for type %1").arg(dataType);
     return known && ok;

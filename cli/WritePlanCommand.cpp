@@ -4,6 +4,7 @@
 #include "Output.h"
 #include "RecordRows.h"
 #include "TypeNames.h"
+#include "engine/BlockKind.h"
 #include "host/CDriveBaseClass.h"
 
 #include <QHash>
@@ -23,7 +24,7 @@ QString blockName(const SWriteGroup &group)
     return QStringLiteral("%1%2+%3 %4")
         .arg(group.areaText, group.start.toString())
         .arg(group.length)
-        .arg(group.kind == 2 ? QStringLiteral("points") : QStringLiteral("bytes"));
+        .arg(group.kind == BlockKind::Points ? QStringLiteral("points") : QStringLiteral("bytes"));
 }
 
 QString tagList(const QList<Induction::SWriteInfo> &key)
