@@ -210,10 +210,11 @@ void PollerWorker::runCycle(Group &group)
         m_metrics->addCycle(m_config.name);
 
     // The late window after a single lost reply says nothing of the
-    // controller: only cycles read, or those of a link that would not
-    // connect, count towards its loss.
-    const LinkSupervisor::Change change =
-        m_mode == Mode::Waiting && m_lateWindow ? LinkSupervisor::Change::None : m_supervisor.cycleEnded(good);
+    // controller, nor does a group that makes no request: only cycles read,
+    // or those of a link that would not connect, count towards its loss.
+    const bool tellsNothing =
+        (m_mode == Mode::Waiting && m_lateWindow) || (m_mode == Mode::Running && group.plan.requestsPerCycle() == 0);
+    const LinkSupervisor::Change change = tellsNothing ? LinkSupervisor::Change::None : m_supervisor.cycleEnded(good);
     switch (change) {
     case LinkSupervisor::Change::Back: publishState(QStringLiteral("online"), QString()); break;
     case LinkSupervisor::Change::Lost:
