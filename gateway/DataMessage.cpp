@@ -50,6 +50,17 @@ bool DataValues::raw(const TagConfig &tag, const QVariant &list, QJsonValue *out
         for (char c : SorvikValues::listFrom<char>(list))
             elements.append(double(uchar(c)));
         typed = true;
+    } else if (tag.dataType == TYPE_STRING && list.userType() == qMetaTypeId<QList<char>>()) {
+        // A string tag read alone comes back as the raw bytes of its block:
+        // the text runs up to the first zero, as a block read cuts it.
+        QByteArray bytes;
+        for (char c : SorvikValues::listFrom<char>(list)) {
+            if (c == 0)
+                break;
+            bytes.append(c);
+        }
+        elements.append(QString::fromUtf8(bytes));
+        typed = true;
     } else if (tag.dataType == TYPE_INT8 && list.userType() == qMetaTypeId<QList<uchar>>()) {
         for (uchar c : SorvikValues::listFrom<uchar>(list))
             elements.append(double(qint8(c)));

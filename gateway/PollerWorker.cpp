@@ -405,7 +405,8 @@ void PollerWorker::runWrites()
         }
         WriteCommand command = WriteCommand::parse(payload, m_config, m_options.readOnly);
         if (command.accepted() && m_mode != Mode::Running)
-            command.refusal = QStringLiteral("not written: ") + m_waitMeaning;
+            command.refusal =
+                QStringLiteral("not written while the link is not open or not trusted (%1)").arg(m_waitMeaning);
         answerWrite(command);
     }
 }

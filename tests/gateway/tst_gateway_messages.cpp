@@ -73,6 +73,8 @@ void GatewayMessagesTest::valueAsJson_data()
     QTest::newRow("float nan") << int(TYPE_FLOAT) << 1
                                << QVariant::fromValue(QList<float>{std::numeric_limits<float>::quiet_NaN()})
                                << QJsonValue(QStringLiteral("nan"));
+    QTest::newRow("string read alone") << int(TYPE_STRING) << 1 << QVariant::fromValue(QList<char>{'a', 'b', 0, 'c'})
+                                       << QJsonValue(QStringLiteral("ab"));
     QTest::newRow("three of four") << int(TYPE_INT16) << 3 << QVariant::fromValue(QList<short>{1, 2, 3, 4})
                                    << QJsonValue(QJsonArray{1, 2, 3});
 }
