@@ -126,6 +126,7 @@ void PollerWorker::step()
     if (m_busy)
         return;
     if (m_done) {
+        runWrites(); // refused: there is no drive to carry them out
         if (m_stop)
             shutdown();
         return;
@@ -180,6 +181,7 @@ void PollerWorker::arm()
 
 void PollerWorker::shutdown()
 {
+    runWrites(); // what came in last is answered, not dropped
     if (m_drive) {
         m_drive->DisConnectDrive();
         m_drive->DestroyFree();
@@ -332,7 +334,7 @@ bool PollerWorker::readGroup(Group &group, QList<TagReading> *readings, bool *lo
     }
     if (m_metrics)
         m_metrics->addRequests(m_config.name, requests);
-    // Values read before the loss stand: every earlier loss was followed by a
+    // Values read before a loss stand: every earlier loss was followed by a
     // resynchronisation before anything more was read.
     return good;
 }
@@ -404,7 +406,9 @@ void PollerWorker::runWrites()
             continue;
         }
         WriteCommand command = WriteCommand::parse(payload, m_config, m_options.readOnly);
-        if (command.accepted() && m_mode != Mode::Running)
+        if (command.accepted() && !m_drive)
+            command.refusal = QStringLiteral("not written: there is no drive object");
+        else if (command.accepted() && m_mode != Mode::Running)
             command.refusal =
                 QStringLiteral("not written while the link is not open or not trusted (%1)").arg(m_waitMeaning);
         answerWrite(command);
