@@ -1,5 +1,5 @@
 #include "Commands.h"
-#include "DriveLibrary.h"
+#include "programs/DriveLibrary.h"
 #include "Output.h"
 #include "host/CDriveBaseClass.h"
 #include "programs/ExitCode.h"

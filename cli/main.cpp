@@ -5,7 +5,7 @@
 #include "Connection.h"
 #include "ConnectionText.h"
 #include "Console.h"
-#include "DriveLibrary.h"
+#include "programs/DriveLibrary.h"
 #include "TagFile.h"
 #include "TypeNames.h"
 #include "host/CDriveBaseClass.h"

@@ -6,11 +6,11 @@
 #include "WriteCommand.h"
 #include "host/CDriveBaseClass.h"
 #include "host/RecordStatus.h"
+#include "programs/DriveLibrary.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLibrary>
 #include <QLoggingCategory>
 #include <QMutexLocker>
 
@@ -67,13 +67,10 @@ void PollerWorker::enqueueWrite(const QByteArray &payload)
 bool PollerWorker::makeDrive(QString *why)
 {
     // Main has loaded the library already; this only takes another reference.
-    QLibrary library(m_libraryFile);
-    if (!library.load()) {
-        *why = QStringLiteral("cannot load drive library %1: %2").arg(m_libraryFile, library.errorString());
+    DriveLibrary library;
+    if (!library.load(m_libraryFile, why))
         return false;
-    }
-    const auto make = reinterpret_cast<GetSharedLibraryFunction>(library.resolve("getSharedLibrary"));
-    m_drive = make ? make() : nullptr;
+    m_drive = library.create();
     if (!m_drive) {
         *why = QStringLiteral("drive library %1 gave no drive object").arg(m_libraryFile);
         return false;

@@ -5,7 +5,7 @@
 #include "ConfigLoader.h"
 #include "GatewayRunner.h"
 #include "GroupPlan.h"
-#include "cli/DriveLibrary.h"
+#include "programs/DriveLibrary.h"
 #include "programs/ExitCode.h"
 #include "programs/StopSignal.h"
 

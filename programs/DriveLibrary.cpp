@@ -5,15 +5,19 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QMutex>
 
 namespace {
 
 // Drive objects are kept reachable until the process ends, past the static
 // destructors: the interface has no way to free them, and they are no leak.
-QList<CDriveBaseClass *> &liveDrives()
+// The gateway makes them on several threads.
+void keepReachable(CDriveBaseClass *drive)
 {
+    static auto *mutex = new QMutex;
     static auto *drives = new QList<CDriveBaseClass *>;
-    return *drives;
+    const QMutexLocker lock(mutex);
+    drives->append(drive);
 }
 
 } // namespace
@@ -66,6 +70,6 @@ CDriveBaseClass *DriveLibrary::create()
     const auto make = reinterpret_cast<GetSharedLibraryFunction>(m_library.resolve("getSharedLibrary"));
     CDriveBaseClass *drive = make ? make() : nullptr;
     if (drive)
-        liveDrives().append(drive);
+        keepReachable(drive);
     return drive;
 }

@@ -16,7 +16,8 @@ public:
     // false and one line in *why.
     bool load(const QString &file, QString *why);
     // A new drive object. The interface offers no way to free one, so it lives
-    // as long as the process; null when the factory gave none.
+    // as long as the process; null when the factory gave none. Safe to call
+    // from any thread: the object belongs to the thread that made it.
     CDriveBaseClass *create();
     QString fileName() const { return m_library.fileName(); }
 
