@@ -1,7 +1,7 @@
 // Controllers that go away and come back while sorvik-cli polls them, over UDP and over a pseudo-terminal whose
 // name stays while the terminal behind it is replaced.
 
-#include "CliHarness.h"
+#include "CliTestSupport.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -9,7 +9,7 @@
 
 #include <csignal>
 
-using namespace CliHarness;
+using namespace CliTest;
 
 class CliOutage : public QObject
 {

@@ -1,7 +1,7 @@
 // What sorvik-cli prints: CSV that other tools and its own tag files read back, rows that leave as they complete,
 // the write of tags the planner refuses, short answers, and the live table on a narrow terminal.
 
-#include "CliHarness.h"
+#include "CliTestSupport.h"
 
 #include <QFile>
 #include <QSocketNotifier>
@@ -14,7 +14,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-using namespace CliHarness;
+using namespace CliTest;
 
 namespace {
 

@@ -1,11 +1,11 @@
 // Replies that come after their request gave up: sorvik-cli never shows a value read under one tag that belongs to
 // another. The simulator fills its memory so that every value names its area and element.
 
-#include "CliHarness.h"
+#include "CliTestSupport.h"
 
 #include <QTest>
 
-using namespace CliHarness;
+using namespace CliTest;
 
 namespace {
 

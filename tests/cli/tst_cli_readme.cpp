@@ -1,13 +1,13 @@
 // Every command line of the README's sorvik-cli section, run in order with the built programs and this test's
 // loopback address; a sorvik-sim line ending in & keeps running for the lines after it.
 
-#include "CliHarness.h"
+#include "CliTestSupport.h"
 
 #include <QFile>
 #include <QRegularExpression>
 #include <QTest>
 
-using namespace CliHarness;
+using namespace CliTest;
 
 namespace {
 

@@ -1,10 +1,10 @@
 // sorvik-cli over sorvik-sim's pseudo-terminal; each exchange takes at least 100 ms.
 
-#include "CliHarness.h"
+#include "CliTestSupport.h"
 
 #include <QTest>
 
-using namespace CliHarness;
+using namespace CliTest;
 
 class CliSerial : public QObject
 {

@@ -1,12 +1,12 @@
 // sorvik-cli against sorvik-sim over loopback UDP: values, refusals, plans, polls and exit statuses.
 
-#include "CliHarness.h"
+#include "CliTestSupport.h"
 
 #include <QTest>
 
 #include <csignal>
 
-using namespace CliHarness;
+using namespace CliTest;
 
 class CliUdp : public QObject
 {

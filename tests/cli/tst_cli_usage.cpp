@@ -1,13 +1,13 @@
 // The command line of sorvik-cli: refusals, help, and the embedded simulator.
 
-#include "CliHarness.h"
+#include "CliTestSupport.h"
 
 #include <QFile>
 #include <QLibraryInfo>
 #include <QTemporaryDir>
 #include <QTest>
 
-using namespace CliHarness;
+using namespace CliTest;
 
 class CliUsage : public QObject
 {

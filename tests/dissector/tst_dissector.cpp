@@ -2,7 +2,7 @@
 // kind, replies told by the request they answer in sessions with the real
 // simulator and its faults, and no Lua error whatever the bytes.
 
-#include "CaptureFile.h"
+#include "DissectorTestSupport.h"
 #include "TestSupport.h"
 #include "link/SorvikProtocol.h"
 
@@ -18,7 +18,7 @@
 #define SORVIK_SIM_FILE SORVIK_BINARY_DIR "/sim/sorvik-sim"
 #endif
 
-using CaptureFile::Datagram;
+using DissectorTest::Datagram;
 
 namespace {
 
@@ -114,7 +114,7 @@ public:
     // The capture shows the ports of a real session, whatever this test could
     // bind: the drive's port 500 (where other dissectors may claim datagrams)
     // and a fixed controller port.
-    CaptureFile::Endpoints endpoints() const
+    DissectorTest::Endpoints endpoints() const
     {
         return {TestSupport::testHost(), SorvikProtocol::kLocalUdpPort, TestSupport::testHost(), 6123};
     }
@@ -169,10 +169,10 @@ void TestDissector::decodesEveryFrameKind()
         {false, QByteArray::fromHex("02010000")},
         {true, readFrame(18, 3996, 8)},
     };
-    const CaptureFile::Result result =
-        CaptureFile::dissect(m_tshark, {}, frames,
-                             {"sorvik.kind", "sorvik.prefix", "sorvik.address", "sorvik.length", "sorvik.data",
-                              "sorvik.string.text", "sorvik.request_in", "sorvik.response_in"});
+    const DissectorTest::Result result =
+        DissectorTest::dissect(m_tshark, {}, frames,
+                               {"sorvik.kind", "sorvik.prefix", "sorvik.address", "sorvik.length", "sorvik.data",
+                                "sorvik.string.text", "sorvik.request_in", "sorvik.response_in"});
     QVERIFY2(result.ran && result.exitCode == 0, qPrintable(result.errors));
     QVERIFY2(!result.errors.contains(QStringLiteral("Lua")), qPrintable(result.errors));
 
@@ -288,8 +288,8 @@ void TestDissector::labelsRepliesByTheirRequest()
     SimSession session;
     QVERIFY2(session.start(options), qPrintable(session.simErrors()));
     QVERIFY2(session.run(script), qPrintable(session.simErrors()));
-    const CaptureFile::Result result =
-        CaptureFile::dissect(m_tshark, session.endpoints(), session.datagrams(), {"_ws.col.Info", "_ws.expert"});
+    const DissectorTest::Result result =
+        DissectorTest::dissect(m_tshark, session.endpoints(), session.datagrams(), {"_ws.col.Info", "_ws.expert"});
     QVERIFY2(result.ran && result.exitCode == 0, qPrintable(result.errors));
     QStringList lines = result.lines;
     lines.replaceInStrings(QRegularExpression(QStringLiteral("Expert Info \\(([^)]*)\\): ")), QStringLiteral("\\1: "));
@@ -319,7 +319,7 @@ void TestDissector::survivesAnyBytes()
         payload.truncate(size);
         frames << Datagram{random.bounded(2) == 0, payload, i * 1000};
     }
-    const CaptureFile::Result result = CaptureFile::dissect(
+    const DissectorTest::Result result = DissectorTest::dissect(
         m_tshark, {}, frames, {"frame.number", "_ws.col.Protocol", "_ws.col.Info", "_ws.expert.message"});
     QVERIFY2(result.ran && result.exitCode == 0, qPrintable(result.errors));
     QVERIFY2(!result.errors.contains(QStringLiteral("Lua")), qPrintable(result.errors));

@@ -1,14 +1,14 @@
 // Calls that a careless host makes on a live drive: none may crash, hang or
 // put undefined bytes on the wire, and each says what it refused.
 
-#include "FaultFixture.h"
+#include "FaultsTestSupport.h"
 
 #include <QElapsedTimer>
 #include <QtTest>
 
 #include <limits>
 
-using namespace FaultFixture;
+using namespace FaultsTest;
 
 class TestFaultGuards : public QObject
 {

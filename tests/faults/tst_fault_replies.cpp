@@ -2,12 +2,12 @@
 // replies go wrong on the wire: each fault ends in the status and data that the
 // drive promises, and a late reply shifts the pairing exactly as far as it must.
 
-#include "FaultFixture.h"
+#include "FaultsTestSupport.h"
 
 #include <QtEndian>
 #include <QtTest>
 
-using namespace FaultFixture;
+using namespace FaultsTest;
 
 namespace {
 

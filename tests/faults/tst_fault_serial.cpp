@@ -1,11 +1,11 @@
 // Faults on a serial line, through a pseudo-terminal. Every exchange here
 // costs at least 100 ms, so the cases are few.
 
-#include "FaultFixture.h"
+#include "FaultsTestSupport.h"
 
 #include <QtTest>
 
-using namespace FaultFixture;
+using namespace FaultsTest;
 
 class TestFaultSerial : public QObject
 {

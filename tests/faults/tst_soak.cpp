@@ -3,7 +3,7 @@
 // against the controller's memory of that moment. Late and doubled replies shift the pairing by
 // design and are left to the reply fault tests. SORVIK_SOAK_CYCLES sets a longer soak by hand.
 
-#include "FaultFixture.h"
+#include "FaultsTestSupport.h"
 
 #include <QtEndian>
 #include <QtTest>
@@ -13,7 +13,7 @@
 #include <limits>
 #include <random>
 
-using namespace FaultFixture;
+using namespace FaultsTest;
 
 namespace {
 

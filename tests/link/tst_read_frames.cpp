@@ -1,8 +1,8 @@
 // Read frames byte for byte as the simulator receives them, the unpacking of replies, and their log lines.
 
-#include "LinkFixture.h"
+#include "LinkTestSupport.h"
 
-using namespace LinkFixture;
+using namespace LinkTest;
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The serial transport over a simulator's pseudo-terminal; each exchange waits out the write wait, so few of them.
 
-#include "LinkFixture.h"
+#include "LinkTestSupport.h"
 
 #include <QSerialPort>
 
-using namespace LinkFixture;
+using namespace LinkTest;
 
 class SerialTest : public QObject
 {

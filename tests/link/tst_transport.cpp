@@ -1,8 +1,8 @@
 // The UDP transport: the handshake, socket reuse, and datagrams that came between exchanges.
 
-#include "LinkFixture.h"
+#include "LinkTestSupport.h"
 
-using namespace LinkFixture;
+using namespace LinkTest;
 
 class TransportTest : public QObject
 {

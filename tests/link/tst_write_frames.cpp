@@ -1,8 +1,8 @@
 // Write frames byte for byte as the simulator receives them, and their log lines, which follow the exchange.
 
-#include "LinkFixture.h"
+#include "LinkTestSupport.h"
 
-using namespace LinkFixture;
+using namespace LinkTest;
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <QStringList>
 #include <QTest>
 
-namespace CliHarness {
+namespace CliTest {
 
 struct Run {
     int exitCode = -1;
@@ -129,4 +129,4 @@ inline QStringList members(const QString &out, const QString &key, const QString
     return texts;
 }
 
-} // namespace CliHarness
+} // namespace CliTest

@@ -15,7 +15,7 @@
 #include <QTemporaryDir>
 #include <QtEndian>
 
-namespace CaptureFile {
+namespace DissectorTest {
 
 struct Datagram {
     bool toController;
@@ -117,4 +117,4 @@ inline Result dissect(const QString &tshark, const Endpoints &e, const QList<Dat
     return result;
 }
 
-} // namespace CaptureFile
+} // namespace DissectorTest

@@ -11,7 +11,7 @@
 #include <QUdpSocket>
 #include <QtTest>
 
-namespace LinkFixture {
+namespace LinkTest {
 
 using TestSupport::hex;
 
@@ -85,4 +85,4 @@ public:
     CmdSorvik link;
 };
 
-} // namespace LinkFixture
+} // namespace LinkTest

@@ -10,7 +10,7 @@
 
 Q_DECLARE_METATYPE(SimFaults)
 
-namespace FaultFixture {
+namespace FaultsTest {
 
 using namespace Induction;
 using DriveTest::listOf;
@@ -81,4 +81,4 @@ inline QByteArray wireBytes(const QVariant &data)
     return bytes;
 }
 
-} // namespace FaultFixture
+} // namespace FaultsTest
