@@ -11,14 +11,6 @@
 
 namespace EngineTest {
 
-// A table of one text column whose rows are named by their text: "input... expected...".
-inline void textRows(std::initializer_list<const char *> rows)
-{
-    QTest::addColumn<QString>("row");
-    for (const char *row : rows)
-        QTest::newRow(row) << QString::fromUtf8(row);
-}
-
 inline Induction::SWriteInfo entry(const QString &tag, int dataType, const QVariant &value)
 {
     return Induction::SWriteInfo{tag, dataType, value};
@@ -80,6 +72,71 @@ inline QStringList tagsOf(const QList<Induction::SWriteInfo> &key)
     for (const Induction::SWriteInfo &info : key)
         tags << info.tag;
     return tags;
+}
+
+// A read block: "areaText start length kind: tag/type@offset:width ..."; a start
+// that is not text shows as such.
+inline QString describe(const SReadGroup &group)
+{
+    QStringList places;
+    for (auto place = group.tags.cbegin(); place != group.tags.cend(); ++place)
+        places << QStringLiteral("%1/%2@%3:%4")
+                      .arg(place.key().tag)
+                      .arg(place.key().dataType)
+                      .arg(place.value().offset)
+                      .arg(place.value().width);
+    const QString start =
+        group.start.userType() == QMetaType::QString ? group.start.toString() : QStringLiteral("<not text>");
+    return QStringLiteral("%1 %2 %3 %4: %5")
+        .arg(group.areaText, start)
+        .arg(group.length)
+        .arg(group.kind)
+        .arg(places.join(' '));
+}
+
+// A write block: "tags areaText start length kind data", data in hexadecimal,
+// a point as one byte 00 or 01; a data list of the wrong type shows as such.
+inline QString describe(const QList<Induction::SWriteInfo> &key, const SWriteGroup &group)
+{
+    const bool points = group.kind == 2;
+    QString data;
+    if (group.data.userType() != (points ? qMetaTypeId<QList<bool>>() : qMetaTypeId<QList<char>>()))
+        data = QStringLiteral("<wrong list>");
+    else if (!points)
+        data = QString::fromLatin1(bytesOf(group.data).toHex());
+    else
+        for (const bool point : SorvikValues::listFrom<bool>(group.data))
+            data += point ? "01" : "00";
+    const QString start =
+        group.start.userType() == QMetaType::QString ? group.start.toString() : QStringLiteral("<not text>");
+    return QStringLiteral("%1 %2 %3 %4 %5 %6")
+        .arg(tagsOf(key).join(','), group.areaText, start)
+        .arg(group.length)
+        .arg(group.kind)
+        .arg(data);
+}
+
+// A record: "tag/type=value", the value with its list type ("QList<short>:-2",
+// a char as its number) or "invalid".
+inline QString describe(const CLabelVariable &record)
+{
+    QString value = QStringLiteral("invalid");
+    if (record.value.isValid()) {
+        QStringList elements;
+        for (const QVariant &element : record.value.value<QSequentialIterable>())
+            elements << (element.userType() == QMetaType::Char ? QString::number(int(element.value<char>()))
+                                                               : element.toString());
+        value = QLatin1String(record.value.typeName()) + ':' + elements.join(',');
+    }
+    return QStringLiteral("%1/%2=%3").arg(record.tag).arg(record.dataType).arg(value);
+}
+
+template <typename Key> QStringList describe(const QMap<Key, CLabelVariable> &records)
+{
+    QStringList out;
+    for (const CLabelVariable &record : records)
+        out << describe(record);
+    return out;
 }
 
 // Same list type and equal elements; anything else by QVariant equality.

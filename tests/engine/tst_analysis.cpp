@@ -2,8 +2,6 @@
 
 #include "engine/CInductiveDrive.h"
 
-#include "EngineTestSupport.h"
-
 #include <QtTest>
 
 class TestAnalysis : public QObject
@@ -11,20 +9,42 @@ class TestAnalysis : public QObject
     Q_OBJECT
 
 private slots:
-    // tag type: area areaText number length
     void analyseTag_data()
     {
-        EngineTest::textRows({"DI1 1 1 DI 1 1", "DI00001 6 1 DI 1 4", "di32767 11 1 di 32767 8", "DI_F5 4 2 DI_F 5 2",
-                              "SO7 8 26 SO 7 4", "SI5 12 25 SI 5 0", "AI5 41 7 AI 5 1", "AI5 0 7 AI 5 -1",
-                              "AI5 42 7 AI 5 -1", "AI5 -3 7 AI 5 -1"});
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("area");
+        QTest::addColumn<QString>("areaText");
+        QTest::addColumn<int>("number");
+        QTest::addColumn<int>("length");
+        auto row = [](const char *tag, int type, int area, const char *areaText, int number, int length) {
+            QTest::addRow("%s/%d", tag, type)
+                << QString::fromUtf8(tag) << type << area << QString::fromUtf8(areaText) << number << length;
+        };
+        row("DI1", 1, 1, "DI", 1, 1);
+        row("DI00001", 6, 1, "DI", 1, 4);
+        row("di32767", 11, 1, "di", 32767, 8);
+        row("DI_F5", 4, 2, "DI_F", 5, 2);
+        row("SO7", 8, 26, "SO", 7, 4);
+        row("SI5", 12, 25, "SI", 5, 0);
+        row("AI5", 41, 7, "AI", 5, 1);
+        row("AI5", 0, 7, "AI", 5, -1);
+        row("AI5", 42, 7, "AI", 5, -1);
+        row("AI5", -3, 7, "AI", 5, -1);
     }
     void analyseTag()
     {
-        QFETCH(QString, row);
-        const QStringList f = row.split(' ');
-        const STagAddress a = CInductiveDrive().analyseTag(f[0], f[1].toInt());
-        QCOMPARE(QStringLiteral("%1 %2 %3 %4").arg(a.area).arg(a.areaText).arg(a.number).arg(a.length),
-                 f.mid(2).join(' '));
+        QFETCH(QString, tag);
+        QFETCH(int, type);
+        QFETCH(int, area);
+        QFETCH(QString, areaText);
+        QFETCH(int, number);
+        QFETCH(int, length);
+        const STagAddress a = CInductiveDrive().analyseTag(tag, type);
+        QCOMPARE(a.area, area);
+        QCOMPARE(a.areaText, areaText);
+        QCOMPARE(a.number, number);
+        QCOMPARE(a.length, length);
         QCOMPARE(a.bit, -1);
         QVERIFY(!a.isBlank());
     }
@@ -43,18 +63,22 @@ private slots:
             }
     }
 
-    // code name; any other name has code 0 and any other code the name UNKNOW
+    // Any other name has code 0 and any other code the name UNKNOW.
     void everyAreaInBothSpellings_data()
     {
-        EngineTest::textRows({"1 DI",   "2 DI_F",  "3 DI_S",  "4 DO",  "5 DO_F", "6 DO_S", "7 AI",   "8 AI_F", "9 AI_S",
-                              "10 AO",  "11 AO_F", "12 AO_S", "13 SD", "14 SA",  "15 NDI", "16 NDO", "17 NAI", "18 NAO",
-                              "19 HDS", "20 HDP",  "21 HAI",  "22 LD", "23 LA",  "24 LW",  "25 SI",  "26 SO"});
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("name");
+        const char *names[] = {"DI",  "DI_F", "DI_S", "DO", "DO_F", "DO_S", "AI",  "AI_F", "AI_S",
+                               "AO",  "AO_F", "AO_S", "SD", "SA",   "NDI",  "NDO", "NAI",  "NAO",
+                               "HDS", "HDP",  "HAI",  "LD", "LA",   "LW",   "SI",  "SO"};
+        for (int code = 1; code <= 26; ++code)
+            QTest::newRow(names[code - 1]) << code << QString::fromLatin1(names[code - 1]);
     }
     void everyAreaInBothSpellings()
     {
-        QFETCH(QString, row);
-        const int code = row.section(' ', 0, 0).toInt();
-        const QString name = row.section(' ', 1), lower = name.toLower();
+        QFETCH(int, code);
+        QFETCH(QString, name);
+        const QString lower = name.toLower();
         CInductiveDrive engine;
         QCOMPARE(engine.m_areaPatterns.size(), 26);
         QCOMPARE(engine.analyseTag(name + "12", 6).area, code);
@@ -94,55 +118,102 @@ private slots:
             }
     }
 
-    // tag type size
     void tagSize_data()
     {
-        EngineTest::textRows({"SI5 12 256", "SO5 12 256", "SIGNAL 12 256", "si5 12 -1", "AI5 12 -1", "AI5[20] 12 20",
-                              "SI5[3] 12 3", "AI5[7][9] 12 7", "AI5[0] 12 0", "SO5[] 12 256", "AI5[99999999999] 12 -1",
-                              "AI5 0 -1", "AI5 41 1", "AI5 42 -1", "XY 1 1", "AI5 14 2", "AI5 24 4", "AI5 40 8"});
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("size");
+        auto row = [](const char *tag, int type, int size) {
+            QTest::addRow("%s/%d", tag, type) << QString::fromLatin1(tag) << type << size;
+        };
+        row("SI5", 12, 256);
+        row("SO5", 12, 256);
+        row("SIGNAL", 12, 256);
+        row("si5", 12, -1);
+        row("AI5", 12, -1);
+        row("AI5[20]", 12, 20);
+        row("SI5[3]", 12, 3);
+        row("AI5[7][9]", 12, 7);
+        row("AI5[0]", 12, 0);
+        row("SO5[]", 12, 256);
+        row("AI5[99999999999]", 12, -1);
+        row("AI5", 0, -1);
+        row("AI5", 41, 1);
+        row("AI5", 42, -1);
+        row("XY", 1, 1);
+        row("AI5", 14, 2);
+        row("AI5", 24, 4);
+        row("AI5", 40, 8);
     }
     void tagSize()
     {
-        QFETCH(QString, row);
-        const QStringList f = row.split(' ');
+        QFETCH(QString, tag);
+        QFETCH(int, type);
+        QFETCH(int, size);
         CInductiveDrive engine;
-        QCOMPARE(engine.tagSize(Induction::SReadInfo{f[0], f[1].toInt()}), f[2].toInt());
-        QCOMPARE(engine.tagSize(Induction::SWriteInfo{f[0], f[1].toInt(), QVariant()}), f[2].toInt());
+        QCOMPARE(engine.tagSize(Induction::SReadInfo{tag, type}), size);
+        QCOMPARE(engine.tagSize(Induction::SWriteInfo{tag, type, QVariant()}), size);
     }
 
-    // tag start type offset; a bool in a word area counts bits
+    // A bool in a word area counts bits.
     void tagOffset_data()
     {
-        EngineTest::textRows({"AI9 5 1 128", "AI9 5 6 4", "DI9 5 1 4", "SA3 1 1 32", "ai9 5 1 128", "XY9 5 1 0",
-                              "AI3 5 6 -2", "XY9 5 6 -6", "SI32767 -2147483647 1 2147483647"});
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<int>("start");
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("offset");
+        auto row = [](const char *tag, int start, int type, int offset) {
+            QTest::addRow("%s from %d as %d", tag, start, type) << QString::fromLatin1(tag) << start << type << offset;
+        };
+        row("AI9", 5, 1, 128);
+        row("AI9", 5, 6, 4);
+        row("DI9", 5, 1, 4);
+        row("SA3", 1, 1, 32);
+        row("ai9", 5, 1, 128);
+        row("XY9", 5, 1, 0);
+        row("AI3", 5, 6, -2);
+        row("XY9", 5, 6, -6);
+        row("SI32767", -2147483647, 1, 2147483647);
     }
     void tagOffset()
     {
-        QFETCH(QString, row);
-        const QStringList f = row.split(' ');
-        QCOMPARE(CInductiveDrive().tagOffset(f[0], f[1].toInt(), f[2].toInt()), f[3].toInt());
+        QFETCH(QString, tag);
+        QFETCH(int, start);
+        QFETCH(int, type);
+        QFETCH(int, offset);
+        QCOMPARE(CInductiveDrive().tagOffset(tag, start, type), offset);
     }
 
-    // fun type value: read points, read bytes, write points, write bytes
+    // The limits after one setting: read points, read bytes, write points, write bytes.
     void setInductionParam_data()
     {
-        EngineTest::textRows({"1 1 40: 1280 40 1280 160", "1 2 8: 8 160 1280 160", "2 1 0: 1280 160 1280 0",
-                              "2 2 99999: 1280 160 99999 160", "1 1 -5: 1280 0 1280 160", "1 3 7: 1280 160 1280 160",
-                              "0 1 7: 1280 160 1280 160"});
+        QTest::addColumn<int>("fun");
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("value");
+        QTest::addColumn<QList<int>>("limits");
+        auto row = [](const char *name, int fun, int type, int value, const QList<int> &limits) {
+            QTest::newRow(name) << fun << type << value << limits;
+        };
+        row("read bytes", 1, 1, 40, {1280, 40, 1280, 160});
+        row("read points", 1, 2, 8, {8, 160, 1280, 160});
+        row("write bytes 0", 2, 1, 0, {1280, 160, 1280, 0});
+        row("write points large", 2, 2, 99999, {1280, 160, 99999, 160});
+        row("negative gives 0", 1, 1, -5, {1280, 0, 1280, 160});
+        row("unknown type", 1, 3, 7, {1280, 160, 1280, 160});
+        row("unknown function", 0, 1, 7, {1280, 160, 1280, 160});
     }
     void setInductionParam()
     {
-        QFETCH(QString, row);
-        const QStringList f = row.section(':', 0, 0).split(' ');
+        QFETCH(int, fun);
+        QFETCH(int, type);
+        QFETCH(int, value);
+        QFETCH(QList<int>, limits);
         CInductiveDrive engine;
-        engine.SetInductionParam(static_cast<Induction::EInductionFun>(f[0].toInt()),
-                                 static_cast<Induction::EInductionType>(f[1].toInt()), f[2].toInt());
-        QCOMPARE(QStringLiteral(" %1 %2 %3 %4")
-                     .arg(engine.m_readPointLimit)
-                     .arg(engine.m_readByteLimit)
-                     .arg(engine.m_writePointLimit)
-                     .arg(engine.m_writeByteLimit),
-                 row.section(':', 1));
+        engine.SetInductionParam(static_cast<Induction::EInductionFun>(fun),
+                                 static_cast<Induction::EInductionType>(type), value);
+        QCOMPARE((QList<int>{engine.m_readPointLimit, engine.m_readByteLimit, engine.m_writePointLimit,
+                             engine.m_writeByteLimit}),
+                 limits);
     }
 };
 

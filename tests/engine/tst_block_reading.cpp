@@ -51,27 +51,6 @@ struct Device : EngineTest::ReadPath {
     }
 };
 
-// The value of a record as text, with its list type: "QList<short>:-2".
-QString render(const QVariant &value)
-{
-    if (!value.isValid())
-        return QStringLiteral("invalid");
-    QStringList out;
-    for (const QVariant &element : value.value<QSequentialIterable>())
-        out << (element.userType() == QMetaType::Char ? QString::number(int(element.value<char>()))
-                                                      : element.toString());
-    return QLatin1String(value.typeName()) + ':' + out.join(',');
-}
-
-// "tag/type=value" of every record, in key order.
-QStringList rendered(const QMap<SReadInfo, CLabelVariable> &records)
-{
-    QStringList out;
-    for (auto record = records.cbegin(); record != records.cend(); ++record)
-        out << QStringLiteral("%1/%2=%3").arg(record.key().tag).arg(record.key().dataType).arg(render(record->value));
-    return out;
-}
-
 QList<SReadInfo> planOne(CInductiveDrive &engine, const QString &tags)
 {
     const QList<QList<SReadInfo>> keys = engine.InductiveDrive_Read(kConnect, EngineTest::readInfos(tags));
@@ -105,7 +84,7 @@ private slots:
         QCOMPARE(device.calls, QStringList{"AI1 2 12"});
         QCOMPARE(device.connects, QStringList{kConnect});
         // AI3 as short: the low half of 2.5f.
-        QCOMPARE(rendered(records),
+        QCOMPARE(EngineTest::describe(records),
                  (QStringList{"AI1/6=QList<int>:-123456", "AI3/4=QList<short>:0", "AI3/8=QList<float>:2.5"}));
         for (auto record = records.cbegin(); record != records.cend(); ++record) {
             QCOMPARE(record->tag, record.key().tag);
@@ -120,49 +99,58 @@ private slots:
         QCOMPARE(device.calls.size(), 2);
     }
 
-    // tag/type@offset, bytes of the reply, value: one tag in a manual byte block of AI
+    // One tag in a manual byte block of AI, cut from the bytes of the reply.
     void elements_data()
     {
-        EngineTest::textRows({"AI1/1@9 fd02 QList<bool>:true",
-                              "AI1/1@8 fffe QList<bool>:false",
-                              "AI1/2@0 ff QList<char>:-1",
-                              "AI1/3@0 ff QList<char>:-1",
-                              "AI1/4@0 feff QList<short>:-2",
-                              "AI1/14@0 0201 QList<short>:258",
-                              "AI1/5@0 feff QList<ushort>:65534",
-                              "AI1/16@0 feff QList<ushort>:65534",
-                              "AI1/6@1 0000000078563412 QList<int>:305419896",
-                              "AI1/20@0 ffffffff QList<int>:-1",
-                              "AI1/7@0 feffffff QList<uint>:4294967294",
-                              "AI1/22@0 01000000 QList<uint>:1",
-                              "AI1/8@0 0000c03f QList<float>:1.5",
-                              "AI1/36@0 000020c0 QList<float>:-2.5",
-                              "AI1/9@0 0100000000000080 QList<qlonglong>:-9223372036854775807",
-                              "AI1/27@0 0200000000000000 QList<qlonglong>:2",
-                              "AI1/10@0 ffffffffffffffff QList<qulonglong>:18446744073709551615",
-                              "AI1/30@0 0300000000000000 QList<qulonglong>:3",
-                              "AI1/11@0 000000000000f83f QList<double>:1.5",
-                              "AI1/39@0 00000000000000c0 QList<double>:-2",
-                              "AI1[5]/12@0 6162006364 QList<QString>:ab",
-                              "AI1[3]/12@0 616263646566 QList<QString>:abc",
-                              "AI1[4]/12@0 c3a9 QList<QString>:é",
-                              "SI1/12@1 6162636478797a QList<QString>:xyz",
-                              "AI1/41@0 ff invalid"});
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("offset");
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<QString>("value");
+        auto row = [](const char *tag, int type, int offset, const char *hex, const char *value) {
+            QTest::addRow("%s/%d@%d %s", tag, type, offset, hex)
+                << QString::fromUtf8(tag) << type << offset << QByteArray::fromHex(hex) << QString::fromUtf8(value);
+        };
+        row("AI1", 1, 9, "fd02", "QList<bool>:true");
+        row("AI1", 1, 8, "fffe", "QList<bool>:false");
+        row("AI1", 2, 0, "ff", "QList<char>:-1");
+        row("AI1", 3, 0, "ff", "QList<char>:-1");
+        row("AI1", 4, 0, "feff", "QList<short>:-2");
+        row("AI1", 14, 0, "0201", "QList<short>:258");
+        row("AI1", 5, 0, "feff", "QList<ushort>:65534");
+        row("AI1", 16, 0, "feff", "QList<ushort>:65534");
+        row("AI1", 6, 1, "0000000078563412", "QList<int>:305419896");
+        row("AI1", 20, 0, "ffffffff", "QList<int>:-1");
+        row("AI1", 7, 0, "feffffff", "QList<uint>:4294967294");
+        row("AI1", 22, 0, "01000000", "QList<uint>:1");
+        row("AI1", 8, 0, "0000c03f", "QList<float>:1.5");
+        row("AI1", 36, 0, "000020c0", "QList<float>:-2.5");
+        row("AI1", 9, 0, "0100000000000080", "QList<qlonglong>:-9223372036854775807");
+        row("AI1", 27, 0, "0200000000000000", "QList<qlonglong>:2");
+        row("AI1", 10, 0, "ffffffffffffffff", "QList<qulonglong>:18446744073709551615");
+        row("AI1", 30, 0, "0300000000000000", "QList<qulonglong>:3");
+        row("AI1", 11, 0, "000000000000f83f", "QList<double>:1.5");
+        row("AI1", 39, 0, "00000000000000c0", "QList<double>:-2");
+        row("AI1[5]", 12, 0, "6162006364", "QList<QString>:ab");
+        row("AI1[3]", 12, 0, "616263646566", "QList<QString>:abc");
+        row("AI1[4]", 12, 0, "c3a9", "QList<QString>:é");
+        row("SI1", 12, 1, "6162636478797a", "QList<QString>:xyz");
+        row("AI1", 41, 0, "ff", "invalid");
     }
     void elements()
     {
-        QFETCH(QString, row);
-        const QStringList f = row.split(' ');
-        const int dataType = f[0].section('/', 1).section('@', 0, 0).toInt();
+        QFETCH(QString, tag);
+        QFETCH(int, type);
+        QFETCH(int, offset);
+        QFETCH(QByteArray, reply);
+        QFETCH(QString, value);
         CInductiveDrive engine;
         Device device(engine);
-        device.bytes = QByteArray::fromHex(f[1].toLatin1());
-        const SReadItem_manual item{f[0].section('/', 0, 0), dataType, f[0].section('@', 1).toInt()};
+        device.bytes = reply;
         const QMap<SReadInfo, CLabelVariable> records =
-            engine.BlockReading(kConnect, manualOne(engine, "AI1", 16, {item}));
+            engine.BlockReading(kConnect, manualOne(engine, "AI1", 16, {{tag, type, offset}}));
         QCOMPARE(records.size(), 1);
-        QCOMPARE(render(records.first().value), f[2]);
-        QCOMPARE(records.first().dataType, dataType);
+        QCOMPARE(EngineTest::describe(records.first()), QStringLiteral("%1/%2=%3").arg(tag).arg(type).arg(value));
     }
 
     void bitBlockGivesBoolsOfEveryType()
@@ -173,7 +161,7 @@ private slots:
         const QMap<SReadInfo, CLabelVariable> records =
             engine.BlockReading(kConnect, planOne(engine, "DI5/4 DI6/1 DI7/12"));
         QCOMPARE(device.calls, QStringList{"DI5 1 3"});
-        QCOMPARE(rendered(records),
+        QCOMPARE(EngineTest::describe(records),
                  (QStringList{"DI5/4=QList<bool>:true", "DI6/1=QList<bool>:false", "DI7/12=QList<bool>:true"}));
         QCOMPARE(records.first().dataType, 4);
         QCOMPARE(records.last().length, 1);
@@ -187,16 +175,18 @@ private slots:
         device.status = 8;
         const QMap<SReadInfo, CLabelVariable> records =
             engine.BlockReading(kConnect, planOne(engine, "AI1/6 AI2/1 AI3/41 AI4/0 AI5/12"));
-        QCOMPARE(rendered(records), (QStringList{"AI1/6=QList<int>:0", "AI2/1=QList<bool>:false", "AI3/41=invalid"}));
+        QCOMPARE(EngineTest::describe(records),
+                 (QStringList{"AI1/6=QList<int>:0", "AI2/1=QList<bool>:false", "AI3/41=invalid"}));
         for (const CLabelVariable &record : records)
             QVERIFY(record.status == 8 && record.time.isNull());
-        QCOMPARE(rendered(engine.BlockReading(kConnect, planOne(engine, "SI1/12"))),
+        QCOMPARE(EngineTest::describe(engine.BlockReading(kConnect, planOne(engine, "SI1/12"))),
                  QStringList{"SI1/12=QList<QString>:"});
         QVERIFY(engine.BlockReading(kConnect, planOne(engine, "DI1/1 DI2/6")).isEmpty());
 
         device.status = 0;
         device.forcedValue = QVariant::fromValue(QList<int>{1, 2, 3});
-        QCOMPARE(rendered(engine.BlockReading(kConnect, planOne(engine, "AI1/6"))), QStringList{"AI1/6=QList<int>:0"});
+        QCOMPARE(EngineTest::describe(engine.BlockReading(kConnect, planOne(engine, "AI1/6"))),
+                 QStringList{"AI1/6=QList<int>:0"});
         QVERIFY(engine.BlockReading(kConnect, planOne(engine, "DI1/1")).isEmpty());
         device.forcedValue = QStringLiteral("text");
         QVERIFY(engine.BlockReading(kConnect, planOne(engine, "DI1/1")).isEmpty());
@@ -232,7 +222,7 @@ private slots:
         const QList<SReadItem_manual> items{{"AI1", 6, -1}, {"AI2", 6, 2147483647},     {"AI3", 1, 2147483647},
                                             {"AI4", 1, -8}, {"SI5[2000000000]", 12, 0}, {"AI6", 99, 0},
                                             {"AI7", -4, 0}};
-        QCOMPARE(rendered(engine.BlockReading(kConnect, manualOne(engine, "AI1", 8, items))),
+        QCOMPARE(EngineTest::describe(engine.BlockReading(kConnect, manualOne(engine, "AI1", 8, items))),
                  (QStringList{"AI2/6=QList<int>:0", "AI3/1=QList<bool>:false",
                               "SI5[2000000000]/12=QList<QString>:\x7f\x7f\x7f\x7f\x7f\x7f\x7f\x7f"}));
         const QList<SReadItem_manual> points{{"DI1", 1, -1}, {"DI2", 1, 1}, {"DI3", 1, 0}};

@@ -55,25 +55,43 @@ private slots:
         QVERIFY(engine.m_stringPoints.isEmpty());
     }
 
-    // tag: the read; the size is known only for SI and SO
+    // The size is known only for SI and SO.
     void stringTagGoesOutUnderItsCanonicalText_data()
     {
-        EngineTest::textRows({"SI5: SI5 2 256", "SI005: SI5 2 256", "si5: SI5 2 -1", "SO5: SO5 2 256", "AI5: AI5 2 -1",
-                              "AI5[20]: UNKNOW-1 2 20", "XY1: UNKNOW-1 2 -1"});
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<QString>("readTag");
+        QTest::addColumn<int>("count");
+        QTest::newRow("SI5") << "SI5"
+                             << "SI5" << 256;
+        QTest::newRow("SI005") << "SI005"
+                               << "SI5" << 256;
+        QTest::newRow("si5") << "si5"
+                             << "SI5" << -1;
+        QTest::newRow("SO5") << "SO5"
+                             << "SO5" << 256;
+        QTest::newRow("AI5") << "AI5"
+                             << "AI5" << -1;
+        QTest::newRow("AI5[20]") << "AI5[20]"
+                                 << "UNKNOW-1" << 20;
+        QTest::newRow("XY1") << "XY1"
+                             << "UNKNOW-1" << -1;
     }
     void stringTagGoesOutUnderItsCanonicalText()
     {
-        QFETCH(QString, row);
-        const QString tag = row.section(": ", 0, 0), read = row.section(": ", 1);
+        QFETCH(QString, tag);
+        QFETCH(QString, readTag);
+        QFETCH(int, count);
         CInductiveDrive engine;
         Recorder device(engine);
         const CLabelVariable record = engine.PointReading(kConnect, SReadInfo{tag, TYPE_STRING});
-        QCOMPARE(device.calls, QStringList{read});
+        QCOMPARE(device.calls, QStringList{QStringLiteral("%1 2 %2").arg(readTag).arg(count)});
         // The record is that of a byte read: nothing is turned into text here.
-        QCOMPARE(record.tag, read.section(' ', 0, 0));
+        QCOMPARE(record.tag, readTag);
         QCOMPARE(record.dataType, int(TYPE_INT8));
         const SStringPoint point = engine.m_stringPoints[kConnect][SReadInfo{tag, TYPE_STRING}];
-        QCOMPARE(QStringLiteral("%1 %2 %3").arg(point.tag).arg(point.dataType).arg(point.length), read);
+        QCOMPARE(point.tag, readTag);
+        QCOMPARE(point.dataType, int(TYPE_INT8));
+        QCOMPARE(point.length, count);
     }
 
     void stringCacheIsPerConnectionAndTrusted()

@@ -35,9 +35,9 @@ private slots:
         const CLabelVariable record = engine.PointWriting("udp", info);
 
         QCOMPARE(path.calls.size(), 1);
-        QCOMPARE(describe(path.calls.first()).section(' ', 0, 3),
-                 QStringLiteral("udp %1 %2 1").arg(info.tag).arg(info.dataType));
-        QVERIFY(sameValue(path.calls.first().value, info.value)); // handed on whole, as given
+        const WritePath::Call &call = path.calls.first();
+        QVERIFY(call.connectPar == "udp" && call.tag == info.tag && call.type == info.dataType && call.count == 1);
+        QVERIFY(sameValue(call.value, info.value)); // handed on whole, as given
         QVERIFY(record.status == 0 && record.tag == info.tag);
     }
 
@@ -87,7 +87,7 @@ private slots:
                           .arg(QString::fromLatin1(text));
         }
         QCOMPARE(writes, sent);
-        const int count = sent.value(0).section(' ', 1, 1).toInt();
+        const int count = path.calls.isEmpty() ? 0 : path.calls.first().count;
         QCOMPARE(record.status, sent.isEmpty() ? 1 : count < 1 ? 4 : 0); // 1: nothing was sent
         QCOMPARE(bytesOf(record.value), path.calls.isEmpty() ? QByteArray() : bytesOf(path.calls.last().value));
     }

@@ -1,37 +1,19 @@
 // Read planning, automatic and manual, and the queries and removals of the read
-// plan. A block is one line: "areaText start length kind: tag/type@offset:width ...".
+// plan; each block described as EngineTest::describe() writes it.
 
 #include "engine/CInductiveDrive.h"
 
 #include "EngineTestSupport.h"
 
-#include <QElapsedTimer>
 #include <QtTest>
 
+using EngineTest::describe;
 using Induction::SReadInfo;
 using Induction::SReadInfo_manual;
 
 namespace {
 
 const QString kConnect = QStringLiteral("192.168.0.7:5000");
-
-QString describe(const SReadGroup &group)
-{
-    QStringList places;
-    for (auto place = group.tags.cbegin(); place != group.tags.cend(); ++place)
-        places << QStringLiteral("%1/%2@%3:%4")
-                      .arg(place.key().tag)
-                      .arg(place.key().dataType)
-                      .arg(place.value().offset)
-                      .arg(place.value().width);
-    const QString start = // text once planning is done
-        group.start.userType() == QMetaType::QString ? group.start.toString() : QStringLiteral("<not text>");
-    return QStringLiteral("%1 %2 %3 %4: %5")
-        .arg(group.areaText, start)
-        .arg(group.length)
-        .arg(group.kind)
-        .arg(places.join(' '));
-}
 
 // Plans the list "tag/type tag/type ..." and describes the blocks in result order.
 QStringList plan(CInductiveDrive &engine, const QString &tags, const QString &connectPar = kConnect)
@@ -198,8 +180,8 @@ private slots:
         QCOMPARE(plan(engine, "DI1/1").size(), 1);
     }
 
-    // A long list must plan in close to linear time; the bound is loose.
-    void planningIsFast()
+    // A long list of eight prefixes, one of them unknown (its speed is measured by the planning benchmark).
+    void longListRefusesOnlyTheUnknownArea()
     {
         QList<SReadInfo> infos;
         const char *areas[] = {"AI", "DI", "NAI", "LW", "NDO", "SA", "ai", "XY"};
@@ -207,12 +189,8 @@ private slots:
             infos.append(
                 {QStringLiteral("%1%2").arg(QLatin1String(areas[i % 8])).arg(1 + (i * 7919) % 32767), 1 + i % 11});
         CInductiveDrive engine;
-        QElapsedTimer timer;
-        timer.start();
         engine.InductiveDrive_Read(kConnect, infos);
-        const qint64 elapsed = timer.elapsed();
         QCOMPARE(engine.GetCannotInductiveDrive_Read(kConnect).size(), 12500);
-        QVERIFY2(elapsed < 3000, qPrintable(QStringLiteral("%1 ms").arg(elapsed)));
     }
 };
 

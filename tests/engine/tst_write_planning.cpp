@@ -1,5 +1,4 @@
-// Write planning. A block is one line "tags areaText start length kind data", data in
-// hexadecimal, one byte 00/01 a point.
+// Write planning, each block described as EngineTest::describe() writes it.
 
 #include "engine/CInductiveDrive.h"
 
@@ -14,29 +13,12 @@ using namespace EngineTest;
 
 namespace {
 
-QString dataHex(const SWriteGroup &group)
-{
-    if (group.kind != 2)
-        return QString::fromLatin1(bytesOf(group.data).toHex());
-    QString points;
-    for (const bool point : SorvikValues::listFrom<bool>(group.data))
-        points += point ? "01" : "00";
-    return points;
-}
-
-// The blocks of the plan in key order; a start that is not text shows.
+// The blocks of the plan in key order.
 QStringList describe(const CInductiveDrive::WritePlan &plan)
 {
     QStringList blocks;
-    for (auto block = plan.cbegin(); block != plan.cend(); ++block) {
-        const QString start = block->start.userType() == QMetaType::QString ? block->start.toString() : "<not text>";
-        const int listType = block->kind == 2 ? qMetaTypeId<QList<bool>>() : qMetaTypeId<QList<char>>();
-        blocks << QStringLiteral("%1 %2 %3 %4 %5 %6")
-                      .arg(tagsOf(block.key()).join(','), block->areaText, start)
-                      .arg(block->length)
-                      .arg(block->kind)
-                      .arg(block->data.userType() == listType ? dataHex(*block) : "<wrong list>");
-    }
+    for (auto block = plan.cbegin(); block != plan.cend(); ++block)
+        blocks << EngineTest::describe(block.key(), *block);
     return blocks;
 }
 
@@ -142,7 +124,9 @@ private slots:
             const SWriteGroup group = engine.GetInductiveDrive_Write("udp", key);
             lengthAt[group.start.toInt()] = group.length;
             tagsAt[group.start.toInt()] = tagsOf(key).join(',');
-            QCOMPARE(dataHex(group).size(), 2 * group.length);
+            const int elements =
+                group.kind == 2 ? SorvikValues::listFrom<bool>(group.data).size() : bytesOf(group.data).size();
+            QCOMPARE(elements, group.length);
         }
         QCOMPARE(lengthAt.values(), lengths);
         QCOMPARE(QStringList(tagsAt.values()).join(','), tagsOf(infos).join(','));
