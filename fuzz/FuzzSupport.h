@@ -3,16 +3,17 @@
 // Shared by the fuzz programs: fuzz bytes turned into the drive's inputs, and rule checks.
 
 #include "host/ValueLists.h"
+#include "protocol/SorvikAreas.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 
 namespace FuzzSupport {
 
@@ -52,12 +53,14 @@ inline QString anyText(FuzzedDataProvider &input, size_t most)
 // A text close to a tag, so that most inputs get past the first test.
 inline QString tagLike(FuzzedDataProvider &input)
 {
-    static const char *const kPrefixes[] = {"DI",  "DI_F", "DI_S", "DO",     "DO_F",   "DO_S", "AI",  "AI_F", "AI_S",
-                                            "AO",  "AO_F", "AO_S", "SD",     "SA",     "NDI",  "NDO", "NAI",  "NAO",
-                                            "HDS", "HDP",  "HAI",  "LD",     "LA",     "LW",   "SI",  "SO",   "di",
-                                            "ai",  "si",   "Di",   "Custom", "custom", "AIR",  "",    "ai_f", "lw"};
-    const char *prefix = kPrefixes[input.ConsumeIntegralInRange<size_t>(0, std::size(kPrefixes) - 1)];
-    QString tag = QString::fromLatin1(prefix);
+    // Every prefix of the area table, then spellings that must be refused or read as another area.
+    static const QStringList kPrefixes = [] {
+        QStringList prefixes;
+        for (const SorvikProtocol::Area &area : SorvikProtocol::kAreaTable)
+            prefixes << QLatin1String(area.prefix);
+        return prefixes + QStringList{"di", "ai", "si", "Di", "custom", "AIR", "", "ai_f", "lw"};
+    }();
+    QString tag = kPrefixes[input.ConsumeIntegralInRange<int>(0, kPrefixes.size() - 1)];
     switch (input.ConsumeIntegralInRange(0, 7)) {
     case 0: tag += anyText(input, 8); break;
     case 1: tag += QStringLiteral("0") + QString::number(input.ConsumeIntegralInRange(0, 40000)); break;

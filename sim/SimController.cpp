@@ -77,7 +77,7 @@ SimAnswer SimController::answerRead(const QByteArray &frame) const
 }
 
 // A write stores the bytes that follow its head; the length field is not
-// judged, since block writes to area 28 announce 256 times the bytes they carry.
+// judged, since block writes to area SI announce 256 times the bytes they carry.
 SimAnswer SimController::answerWrite(const QByteArray &frame)
 {
     if (frame.size() < P::kRequestHeadSize)

@@ -59,7 +59,7 @@ public:
     void stop();
 
     // Memory: one region per area code, bytes addressed as the frames address them
-    // (one byte per bit on bit areas, 256-byte blocks on area 28).
+    // (one byte per bit on bit areas, 256-byte blocks on area SI).
     void preset(int area, int address, const QByteArray &bytes);
     QByteArray memory(int area, int address, int length) const;
     // "AI1=int32:42", "DI3=bool:1", "SI2=string:abc", "NAI1=float:1.5,2.5" ...

@@ -8,6 +8,7 @@
 #include "Interleave.h"
 
 #include "host/CDriveBaseClass.h"
+#include "host/RecordStatus.h"
 
 #ifdef SORVIK_HAVE_MODBUS
 #include "ModbusPeer.h"
@@ -35,7 +36,8 @@ void Rows::againstModbus(BenchContext &ctx)
     int failures = 0;
     uint16_t registers[kRegisters];
     Probe viaDrive{QStringLiteral("drive"), [&] {
-                       if (drive->ReadVariable(QStringLiteral("NAI1"), TYPE_FLOAT, kRegisters / 2).status != 0)
+                       if (drive->ReadVariable(QStringLiteral("NAI1"), TYPE_FLOAT, kRegisters / 2).status !=
+                           RecordStatus::Ok)
                            ++failures;
                    }};
     Probe viaModbus{QStringLiteral("modbus"), [&] {

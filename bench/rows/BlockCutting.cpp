@@ -9,6 +9,7 @@
 #include "GoogleBench.h"
 
 #include "engine/CInductiveDrive.h"
+#include "host/RecordStatus.h"
 
 #include <QDateTime>
 
@@ -25,7 +26,7 @@ CLabelVariable blockReply()
 {
     const QByteArray floats = BenchTags::naiFloats().left(kTags * 4);
     CLabelVariable reply;
-    reply.status = 0;
+    reply.status = RecordStatus::Ok;
     reply.time = QDateTime::currentDateTime();
     reply.tag = BenchTags::naiTag(1);
     reply.dataType = TYPE_INT8;

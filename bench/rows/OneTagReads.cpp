@@ -11,6 +11,7 @@
 #include "ReadFrame.h"
 
 #include "host/CDriveBaseClass.h"
+#include "host/RecordStatus.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ void measureSize(BenchContext &ctx, UdpController &controller, CDriveBaseClass *
     const int replySize = 4 + bytes;
     Failures failures;
     Probe viaDrive(QStringLiteral("drive"), [&] {
-        if (drive->ReadVariable(tag, TYPE_FLOAT, count).status != 0)
+        if (drive->ReadVariable(tag, TYPE_FLOAT, count).status != RecordStatus::Ok)
             ++failures.drive;
     });
     Probe viaRaw(QStringLiteral("raw"), [&] {

@@ -7,6 +7,7 @@
 #include "GoogleBench.h"
 
 #include "host/CDriveBaseClass.h"
+#include "protocol/SorvikAreas.h"
 
 #include <algorithm>
 #include <random>
@@ -16,20 +17,33 @@ namespace {
 
 const QString kConnectPar = QStringLiteral("1");
 
-// Every area the planner knows, but the string areas, in both families.
-const char *const kAreas[] = {"DI", "DI_F", "DI_S", "DO",  "DO_F", "DO_S", "AI",  "AI_F", "AI_S", "AO", "SD",
-                              "SA", "NDI",  "NDO",  "NAI", "NAO",  "HDS",  "HDP", "HAI",  "LD",   "LA", "LW"};
-constexpr int kAreaCount = int(sizeof kAreas / sizeof kAreas[0]);
+// The areas the planner reads as numbers, in the order of their codes: the
+// frames address AO_F and AO_S by no group, so they stay out with the string
+// areas (block group) and Custom, which the engine does not plan.
+QStringList plannedAreas()
+{
+    using namespace SorvikProtocol;
+    QStringList prefixes;
+    for (int code = 1; code < kAreaCodeCount; ++code) {
+        const int i = indexOfCode(code);
+        if (i < 0 || kAreas[i].key == 0)
+            continue;
+        if (kAreas[i].group != AreaGroup::None && kAreas[i].group != AreaGroup::Block)
+            prefixes << QLatin1String(kAreas[i].prefix);
+    }
+    return prefixes;
+}
 
 // `count` distinct tags, round robin over the areas with the types 1 to 11,
 // in a shuffled order as a host's list would come.
 QList<Induction::SReadInfo> spreadTags(int count)
 {
+    static const QStringList areas = plannedAreas();
+    const int areaCount = areas.size();
     std::vector<Induction::SReadInfo> tags;
     tags.reserve(size_t(count));
     for (int i = 0; i < count; ++i)
-        tags.push_back({QStringLiteral("%1%2").arg(QLatin1String(kAreas[i % kAreaCount])).arg(i / kAreaCount + 1),
-                        1 + (i / 3) % 11});
+        tags.push_back({QStringLiteral("%1%2").arg(areas[i % areaCount]).arg(i / areaCount + 1), 1 + (i / 3) % 11});
     std::shuffle(tags.begin(), tags.end(), std::mt19937(20240807));
     return QList<Induction::SReadInfo>(tags.begin(), tags.end());
 }
@@ -92,7 +106,7 @@ void Rows::planning(BenchContext &ctx)
     ctx.table.add({4, sizeName(10000), Unit::Time, middle, sizeName(1000), small});
     Line top{4, sizeName(100000), Unit::Time, large, sizeName(10000), middle};
     top.goals = {Goal::ratioAtMost(12), Goal::valueAtMost(0.25e9)};
-    top.note = QStringLiteral("%1 areas, types 1 to 11; %2 blocks").arg(kAreaCount).arg(blocks[2]);
+    top.note = QStringLiteral("%1 areas, types 1 to 11; %2 blocks").arg(plannedAreas().size()).arg(blocks[2]);
     ctx.table.add(top);
 #endif
 }

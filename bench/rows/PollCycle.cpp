@@ -8,6 +8,7 @@
 #include "Interleave.h"
 
 #include "host/CDriveBaseClass.h"
+#include "host/RecordStatus.h"
 
 #include <QStringList>
 
@@ -22,7 +23,8 @@ bool pollOnce(CDriveBaseClass *drive, const QList<QList<Induction::SReadInfo>> &
     bool complete = true;
     for (const QList<Induction::SReadInfo> &key : keys) {
         const QMap<Induction::SReadInfo, CLabelVariable> records = drive->BlockReading(kConnectPar, key);
-        complete = complete && !records.isEmpty() && records.size() == key.size() && records.first().status == 0;
+        complete = complete && !records.isEmpty() && records.size() == key.size() &&
+                   records.first().status == RecordStatus::Ok;
     }
     return complete;
 }
@@ -59,7 +61,7 @@ void Rows::pollCycle(BenchContext &ctx)
     Probe cycle{QStringLiteral("cycle"), [&] { failures += pollOnce(drive, keys) ? 0 : 1; }};
     Probe oneByOne{QStringLiteral("one by one"), [&] {
                        for (const QString &tag : qAsConst(tags))
-                           failures += drive->ReadVariable(tag, TYPE_FLOAT, 1).status == 0 ? 0 : 1;
+                           failures += drive->ReadVariable(tag, TYPE_FLOAT, 1).status == RecordStatus::Ok ? 0 : 1;
                    }};
     runInterleaved({&cycle, &oneByOne}, {ctx.pick(30, 3), 1}, [&] { controller.sim.clearFrames(); });
 

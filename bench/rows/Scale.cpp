@@ -9,6 +9,7 @@
 #include "Machine.h"
 
 #include "host/CDriveBaseClass.h"
+#include "host/RecordStatus.h"
 
 #include <QElapsedTimer>
 #include <QThread>
@@ -97,7 +98,7 @@ Round runRound(const DriveLoader &loader, const QList<UdpController *> &controll
             QElapsedTimer call;
             while (clock.elapsed() < deadline.load()) {
                 call.start();
-                if (drive->ReadVariable(tag, TYPE_FLOAT, 40).status != 0)
+                if (drive->ReadVariable(tag, TYPE_FLOAT, 40).status != RecordStatus::Ok)
                     ++failures;
                 samples->push_back(double(call.nsecsElapsed()));
             }
