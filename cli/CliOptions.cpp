@@ -1,9 +1,9 @@
 #include "CliOptions.h"
 
 #include "Console.h"
-#include "TypeNames.h"
 #include "programs/ExitCode.h"
 #include "programs/NumberText.h"
+#include "programs/TypeNames.h"
 
 #include <QCommandLineParser>
 #include <QHostAddress>

@@ -2,9 +2,9 @@
 #include "Output.h"
 #include "Plural.h"
 #include "ReadPlan.h"
-#include "TypeNames.h"
 #include "engine/BlockKind.h"
 #include "programs/ExitCode.h"
+#include "programs/TypeNames.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "RecordRows.h"
 
-#include "TypeNames.h"
 #include "ValueFormatting.h"
 #include "host/RecordStatus.h"
+#include "programs/TypeNames.h"
 
 QStringList RecordRows::columns()
 {

@@ -1,8 +1,8 @@
 #include "TagAddress.h"
 
-#include "TypeNames.h"
 #include "host/DataType.h"
 #include "link/SorvikProtocol.h"
+#include "programs/TypeNames.h"
 
 using namespace SorvikProtocol;
 

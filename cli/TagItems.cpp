@@ -1,12 +1,12 @@
 #include "TagItems.h"
 
 #include "TagAddress.h"
-#include "TagText.h"
-#include "TypeNames.h"
 #include "ValueParsing.h"
 #include "host/DataType.h"
 #include "programs/CsvFields.h"
 #include "programs/NumberText.h"
+#include "programs/TagText.h"
+#include "programs/TypeNames.h"
 
 namespace {
 
@@ -87,11 +87,32 @@ bool parseValues(const QStringList &texts, TagSyntax syntax, TagItem *item, QStr
     return TagAddress::carriesAll(item->tag, item->dataType, item->count, why);
 }
 
+// SO counts as an area here: the planning commands take it.
+bool checkTag(const QString &tag, QString *why)
+{
+    TagText::Parts parts;
+    if (!TagText::split(tag, TagText::Areas::AlsoPlannerOnly, &parts, why))
+        return false;
+    if (!parts.area) {
+        *why = QStringLiteral("\"%1\" is no area (DI, DO, AI, AO, SD, SA, NDI, NDO, NAI, NAO, HDS, HDP, HAI, LD, LA, "
+                              "LW, SI, SO, Custom and their _F/_S forms)")
+                   .arg(parts.prefix);
+        return false;
+    }
+    bool ok = false;
+    const qulonglong number = parts.number.toULongLong(&ok);
+    if (!ok || number < 1 || number > 2147483647ULL) {
+        *why = QStringLiteral("element numbers count from 1 to 2147483647");
+        return false;
+    }
+    return true;
+}
+
 bool build(const QString &tag, const QString &type, const QStringList *values, TagSyntax syntax, TagItem *item,
            QString *why)
 {
     item->tag = tag;
-    if (!TagText::check(tag, why)) {
+    if (!checkTag(tag, why)) {
         *why = QStringLiteral("bad tag \"%1\": %2").arg(tag, *why);
         return false;
     }

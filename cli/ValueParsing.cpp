@@ -1,9 +1,9 @@
 #include "ValueParsing.h"
 
-#include "TypeNames.h"
 #include "host/DataType.h"
 #include "host/ValueLists.h"
 #include "programs/NumberText.h"
+#include "programs/TypeNames.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include "Outcome.h"
 #include "Output.h"
 #include "RecordRows.h"
-#include "TypeNames.h"
 #include "engine/BlockKind.h"
 #include "host/CDriveBaseClass.h"
+#include "programs/TypeNames.h"
 
 #include <QHash>
 #include <QPair>

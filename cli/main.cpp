@@ -3,13 +3,13 @@
 #include "CliOptions.h"
 #include "Commands.h"
 #include "Connection.h"
-#include "ConnectionText.h"
 #include "Console.h"
-#include "programs/DriveLibrary.h"
 #include "TagFile.h"
-#include "TypeNames.h"
 #include "host/CDriveBaseClass.h"
+#include "programs/ConnectionText.h"
+#include "programs/DriveLibrary.h"
 #include "programs/ExitCode.h"
+#include "programs/TypeNames.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
@@ -82,13 +82,21 @@ bool gatherTags(const CliOptions &options, const CommandSpec &command, QList<Tag
     return true;
 }
 
+bool checkConnection(const QString &text, QString *why)
+{
+    if (ConnectionText::check(text, why))
+        return true;
+    *why = QStringLiteral("bad connection text \"%1\": %2").arg(text, *why);
+    return false;
+}
+
 int run(const CliOptions &options)
 {
     const CommandSpec *command = findCommand(options.command);
     QList<TagItem> items;
     QString why;
     if (!gatherTags(options, *command, &items, &why) ||
-        (!options.connectText.isEmpty() && !ConnectionText::check(options.connectText, &why))) {
+        (!options.connectText.isEmpty() && !checkConnection(options.connectText, &why))) {
         Console::error(why);
         return ExitUsage;
     }

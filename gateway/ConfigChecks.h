@@ -3,6 +3,8 @@
 // The checks of single configuration values that need more than a range:
 // tag texts, type names and connection texts. Each gives true, or false with
 // the reason in *why.
+#include "programs/TypeNames.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -13,9 +15,18 @@ namespace ConfigChecks {
 bool tag(const QString &text, QString *why);
 
 // Element type names as sorvik-cli spells them, bool to string (DataType 1 to 12).
-int typeFromName(const QString &name); // 0 when there is none; case does not matter
-QString typeName(int dataType);
-QStringList typeNames();
+inline int typeFromName(const QString &name) // 0 when there is none; case does not matter
+{
+    return TypeNames::fromName(name);
+}
+inline QString typeName(int dataType)
+{
+    return TypeNames::name(dataType);
+}
+inline QStringList typeNames()
+{
+    return TypeNames::all();
+}
 
 // "ADDRESS:PORT" (IPv4, no host names) or "PORT,BAUD,DATABITS,STOPBITS,PARITY".
 bool connection(const QString &text, QString *why);

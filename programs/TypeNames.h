@@ -3,8 +3,8 @@
 #include <QString>
 #include <QStringList>
 
-// Element type names as the command line spells them: the DataType names in
-// lower case, bool to string (1 to 12).
+// Element type names as the programs spell them: the DataType names in lower
+// case, bool to string (1 to 12).
 namespace TypeNames {
 // The DataType of a name, 0 when there is none. Case does not matter.
 int fromName(const QString &name);

@@ -12,13 +12,7 @@ bool checkUdp(const QString &host, const QString &port, QString *why)
         *why = QStringLiteral("\"%1\" is no IPv4 address; host names are not looked up").arg(host);
         return false;
     }
-    bool ok = false;
-    const uint number = port.toUInt(&ok);
-    if (!ok || number < 1 || number > 65535) {
-        *why = QStringLiteral("\"%1\" is no port from 1 to 65535").arg(port);
-        return false;
-    }
-    return true;
+    return ConnectionText::checkPort(port, why);
 }
 
 bool checkSerial(const QStringList &fields, QString *why)
@@ -51,14 +45,21 @@ bool ConnectionText::check(const QString &text, QString *why)
 {
     const QStringList udp = text.split(QLatin1Char(':'));
     const QStringList serial = text.split(QLatin1Char(','));
-    bool ok = false;
     if (udp.size() == 2)
-        ok = checkUdp(udp.at(0), udp.at(1), why);
-    else if (serial.size() == 5)
-        ok = checkSerial(serial, why);
-    else
-        *why = QStringLiteral("expected ADDRESS:PORT or PORT,BAUD,DATABITS,STOPBITS,PARITY");
-    if (!ok)
-        *why = QStringLiteral("bad connection text \"%1\": %2").arg(text, *why);
-    return ok;
+        return checkUdp(udp.at(0), udp.at(1), why);
+    if (serial.size() == 5)
+        return checkSerial(serial, why);
+    *why = QStringLiteral("expected ADDRESS:PORT or PORT,BAUD,DATABITS,STOPBITS,PARITY");
+    return false;
+}
+
+bool ConnectionText::checkPort(const QString &text, QString *why)
+{
+    bool ok = false;
+    const uint number = text.toUInt(&ok);
+    if (!ok || number < 1 || number > 65535) {
+        *why = QStringLiteral("\"%1\" is no port from 1 to 65535").arg(text);
+        return false;
+    }
+    return true;
 }
