@@ -72,9 +72,9 @@ void TestOneTagWrite::frameOnTheWire_data()
     QTest::newRow("bool to SI1 by bits") << "SI1" << 1 << listOf<bool>({true}) << 1 << hex("020101001c00000000010001");
     QTest::newRow("Int8 to AI1, cut to words")
         << "AI1" << 2 << listOf<char>({1, 2, 3, 4, 5, 6, 7}) << 7 << hex("020101000700000000040001020304");
-    QTest::newRow("string outside area 28")
+    QTest::newRow("string outside area SI")
         << "AI2" << 12 << listOf<QString>({"abc"}) << 1 << hex("020101000700040000010003");
-    // Several strings in area 28 take one full block each; elsewhere they are packed and cut by the length.
+    // Several strings in area SI take one full block each; elsewhere they are packed and cut by the length.
     QTest::newRow("two strings to SI1") << "SI1" << 12 << listOf<QString>({"ab", "c"}) << 2
                                         << hex("020101001c000000000002") + hex("026162") + QByteArray(253, 0) +
                                                hex("0163") + QByteArray(254, 0);

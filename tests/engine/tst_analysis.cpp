@@ -17,20 +17,18 @@ private slots:
         QTest::addColumn<QString>("areaText");
         QTest::addColumn<int>("number");
         QTest::addColumn<int>("length");
-        auto row = [](const char *tag, int type, int area, const char *areaText, int number, int length) {
-            QTest::addRow("%s/%d", tag, type)
-                << QString::fromUtf8(tag) << type << area << QString::fromUtf8(areaText) << number << length;
-        };
-        row("DI1", 1, 1, "DI", 1, 1);
-        row("DI00001", 6, 1, "DI", 1, 4);
-        row("di32767", 11, 1, "di", 32767, 8);
-        row("DI_F5", 4, 2, "DI_F", 5, 2);
-        row("SO7", 8, 26, "SO", 7, 4);
-        row("SI5", 12, 25, "SI", 5, 0);
-        row("AI5", 41, 7, "AI", 5, 1);
-        row("AI5", 0, 7, "AI", 5, -1);
-        row("AI5", 42, 7, "AI", 5, -1);
-        row("AI5", -3, 7, "AI", 5, -1);
+        const struct {
+            const char *tag;
+            int type, area;
+            const char *areaText;
+            int number, length;
+        } rows[] = {{"DI1", 1, 1, "DI", 1, 1},     {"DI00001", 6, 1, "DI", 1, 4}, {"di32767", 11, 1, "di", 32767, 8},
+                    {"DI_F5", 4, 2, "DI_F", 5, 2}, {"SO7", 8, 26, "SO", 7, 4},    {"SI5", 12, 25, "SI", 5, 0},
+                    {"AI5", 41, 7, "AI", 5, 1},    {"AI5", 0, 7, "AI", 5, -1},    {"AI5", 42, 7, "AI", 5, -1},
+                    {"AI5", -3, 7, "AI", 5, -1}};
+        for (const auto &r : rows)
+            QTest::addRow("%s/%d", r.tag, r.type) << QString::fromUtf8(r.tag) << r.type << r.area
+                                                  << QString::fromUtf8(r.areaText) << r.number << r.length;
     }
     void analyseTag()
     {
@@ -123,27 +121,29 @@ private slots:
         QTest::addColumn<QString>("tag");
         QTest::addColumn<int>("type");
         QTest::addColumn<int>("size");
-        auto row = [](const char *tag, int type, int size) {
-            QTest::addRow("%s/%d", tag, type) << QString::fromLatin1(tag) << type << size;
-        };
-        row("SI5", 12, 256);
-        row("SO5", 12, 256);
-        row("SIGNAL", 12, 256);
-        row("si5", 12, -1);
-        row("AI5", 12, -1);
-        row("AI5[20]", 12, 20);
-        row("SI5[3]", 12, 3);
-        row("AI5[7][9]", 12, 7);
-        row("AI5[0]", 12, 0);
-        row("SO5[]", 12, 256);
-        row("AI5[99999999999]", 12, -1);
-        row("AI5", 0, -1);
-        row("AI5", 41, 1);
-        row("AI5", 42, -1);
-        row("XY", 1, 1);
-        row("AI5", 14, 2);
-        row("AI5", 24, 4);
-        row("AI5", 40, 8);
+        const struct {
+            const char *tag;
+            int type, size;
+        } rows[] = {{"SI5", 12, 256},
+                    {"SO5", 12, 256},
+                    {"SIGNAL", 12, 256},
+                    {"si5", 12, -1},
+                    {"AI5", 12, -1},
+                    {"AI5[20]", 12, 20},
+                    {"SI5[3]", 12, 3},
+                    {"AI5[7][9]", 12, 7},
+                    {"AI5[0]", 12, 0},
+                    {"SO5[]", 12, 256},
+                    {"AI5[99999999999]", 12, -1},
+                    {"AI5", 0, -1},
+                    {"AI5", 41, 1},
+                    {"AI5", 42, -1},
+                    {"XY", 1, 1},
+                    {"AI5", 14, 2},
+                    {"AI5", 24, 4},
+                    {"AI5", 40, 8}};
+        for (const auto &r : rows)
+            QTest::addRow("%s/%d", r.tag, r.type) << QString::fromLatin1(r.tag) << r.type << r.size;
     }
     void tagSize()
     {
@@ -162,18 +162,15 @@ private slots:
         QTest::addColumn<int>("start");
         QTest::addColumn<int>("type");
         QTest::addColumn<int>("offset");
-        auto row = [](const char *tag, int start, int type, int offset) {
-            QTest::addRow("%s from %d as %d", tag, start, type) << QString::fromLatin1(tag) << start << type << offset;
-        };
-        row("AI9", 5, 1, 128);
-        row("AI9", 5, 6, 4);
-        row("DI9", 5, 1, 4);
-        row("SA3", 1, 1, 32);
-        row("ai9", 5, 1, 128);
-        row("XY9", 5, 1, 0);
-        row("AI3", 5, 6, -2);
-        row("XY9", 5, 6, -6);
-        row("SI32767", -2147483647, 1, 2147483647);
+        const struct {
+            const char *tag;
+            int start, type, offset;
+        } rows[] = {{"AI9", 5, 1, 128}, {"AI9", 5, 6, 4},   {"DI9", 5, 1, 4},
+                    {"SA3", 1, 1, 32},  {"ai9", 5, 1, 128}, {"XY9", 5, 1, 0},
+                    {"AI3", 5, 6, -2},  {"XY9", 5, 6, -6},  {"SI32767", -2147483647, 1, 2147483647}};
+        for (const auto &r : rows)
+            QTest::addRow("%s from %d as %d", r.tag, r.start, r.type)
+                << QString::fromLatin1(r.tag) << r.start << r.type << r.offset;
     }
     void tagOffset()
     {

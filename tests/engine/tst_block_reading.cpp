@@ -107,35 +107,39 @@ private slots:
         QTest::addColumn<int>("offset");
         QTest::addColumn<QByteArray>("reply");
         QTest::addColumn<QString>("value");
-        auto row = [](const char *tag, int type, int offset, const char *hex, const char *value) {
-            QTest::addRow("%s/%d@%d %s", tag, type, offset, hex)
-                << QString::fromUtf8(tag) << type << offset << QByteArray::fromHex(hex) << QString::fromUtf8(value);
-        };
-        row("AI1", 1, 9, "fd02", "QList<bool>:true");
-        row("AI1", 1, 8, "fffe", "QList<bool>:false");
-        row("AI1", 2, 0, "ff", "QList<char>:-1");
-        row("AI1", 3, 0, "ff", "QList<char>:-1");
-        row("AI1", 4, 0, "feff", "QList<short>:-2");
-        row("AI1", 14, 0, "0201", "QList<short>:258");
-        row("AI1", 5, 0, "feff", "QList<ushort>:65534");
-        row("AI1", 16, 0, "feff", "QList<ushort>:65534");
-        row("AI1", 6, 1, "0000000078563412", "QList<int>:305419896");
-        row("AI1", 20, 0, "ffffffff", "QList<int>:-1");
-        row("AI1", 7, 0, "feffffff", "QList<uint>:4294967294");
-        row("AI1", 22, 0, "01000000", "QList<uint>:1");
-        row("AI1", 8, 0, "0000c03f", "QList<float>:1.5");
-        row("AI1", 36, 0, "000020c0", "QList<float>:-2.5");
-        row("AI1", 9, 0, "0100000000000080", "QList<qlonglong>:-9223372036854775807");
-        row("AI1", 27, 0, "0200000000000000", "QList<qlonglong>:2");
-        row("AI1", 10, 0, "ffffffffffffffff", "QList<qulonglong>:18446744073709551615");
-        row("AI1", 30, 0, "0300000000000000", "QList<qulonglong>:3");
-        row("AI1", 11, 0, "000000000000f83f", "QList<double>:1.5");
-        row("AI1", 39, 0, "00000000000000c0", "QList<double>:-2");
-        row("AI1[5]", 12, 0, "6162006364", "QList<QString>:ab");
-        row("AI1[3]", 12, 0, "616263646566", "QList<QString>:abc");
-        row("AI1[4]", 12, 0, "c3a9", "QList<QString>:é");
-        row("SI1", 12, 1, "6162636478797a", "QList<QString>:xyz");
-        row("AI1", 41, 0, "ff", "invalid");
+        const struct {
+            const char *tag;
+            int type, offset;
+            const char *hex, *value;
+        } rows[] = {{"AI1", 1, 9, "fd02", "QList<bool>:true"},
+                    {"AI1", 1, 8, "fffe", "QList<bool>:false"},
+                    {"AI1", 2, 0, "ff", "QList<char>:-1"},
+                    {"AI1", 3, 0, "ff", "QList<char>:-1"},
+                    {"AI1", 4, 0, "feff", "QList<short>:-2"},
+                    {"AI1", 14, 0, "0201", "QList<short>:258"},
+                    {"AI1", 5, 0, "feff", "QList<ushort>:65534"},
+                    {"AI1", 16, 0, "feff", "QList<ushort>:65534"},
+                    {"AI1", 6, 1, "0000000078563412", "QList<int>:305419896"},
+                    {"AI1", 20, 0, "ffffffff", "QList<int>:-1"},
+                    {"AI1", 7, 0, "feffffff", "QList<uint>:4294967294"},
+                    {"AI1", 22, 0, "01000000", "QList<uint>:1"},
+                    {"AI1", 8, 0, "0000c03f", "QList<float>:1.5"},
+                    {"AI1", 36, 0, "000020c0", "QList<float>:-2.5"},
+                    {"AI1", 9, 0, "0100000000000080", "QList<qlonglong>:-9223372036854775807"},
+                    {"AI1", 27, 0, "0200000000000000", "QList<qlonglong>:2"},
+                    {"AI1", 10, 0, "ffffffffffffffff", "QList<qulonglong>:18446744073709551615"},
+                    {"AI1", 30, 0, "0300000000000000", "QList<qulonglong>:3"},
+                    {"AI1", 11, 0, "000000000000f83f", "QList<double>:1.5"},
+                    {"AI1", 39, 0, "00000000000000c0", "QList<double>:-2"},
+                    {"AI1[5]", 12, 0, "6162006364", "QList<QString>:ab"},
+                    {"AI1[3]", 12, 0, "616263646566", "QList<QString>:abc"},
+                    {"AI1[4]", 12, 0, "c3a9", "QList<QString>:é"},
+                    {"SI1", 12, 1, "6162636478797a", "QList<QString>:xyz"},
+                    {"AI1", 41, 0, "ff", "invalid"}};
+        for (const auto &r : rows)
+            QTest::addRow("%s/%d@%d %s", r.tag, r.type, r.offset, r.hex)
+                << QString::fromUtf8(r.tag) << r.type << r.offset << QByteArray::fromHex(r.hex)
+                << QString::fromUtf8(r.value);
     }
     void elements()
     {

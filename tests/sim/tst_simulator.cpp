@@ -111,7 +111,7 @@ private slots:
     void cleanup() { m_sim.reset(); }
 
     // Word areas count by 4, pair areas by 2 (Custom and AO_F by 1), bit areas take a byte a
-    // bit, and area 28 holds 256-byte blocks of a length byte and text.
+    // bit, and area SI holds 256-byte blocks of a length byte and text.
     void presetsAreServed_data()
     {
         QTest::addColumn<QString>("assignment");
