@@ -3,6 +3,7 @@
 // Helpers of the engine tests: tag lists from text, and the one-tag paths behind the callbacks.
 
 #include "engine/CInductiveDrive.h"
+#include "host/RecordStatus.h"
 #include "host/ValueLists.h"
 
 #include <QElapsedTimer>
@@ -177,7 +178,7 @@ struct ReadPath {
     }
 };
 
-// The one-tag write path: status 0 with a time, or the one set for the tag; a count below 1 gives 4.
+// The one-tag write path: Ok with a time, or the status set for the tag; a count below 1 is refused.
 struct WritePath {
     struct Call {
         QString connectPar;
@@ -201,8 +202,8 @@ struct WritePath {
             record.value = value;
             record.statusAux = 0;
             record.auxWord = 77;
-            record.status = count < 1 ? 4 : statusOfTag.value(tag, 0);
-            if (record.status == 0)
+            record.status = count < 1 ? RecordStatus::LengthRefused : statusOfTag.value(tag, RecordStatus::Ok);
+            if (record.status == RecordStatus::Ok)
                 record.time = QDateTime::currentDateTime();
             return record;
         };
