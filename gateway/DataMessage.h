@@ -8,6 +8,7 @@
 //    "values":{NAME:{"value":v,"unit":u,"raw":r}},
 //    "errors":{NAME:{"status":s,"meaning":"…"}}}
 #include "GatewayConfig.h"
+#include "host/RecordStatus.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -19,11 +20,11 @@
 
 // What one cycle gave for one configured tag.
 struct TagReading {
-    int status = 1;  // the record's status; 0 and only 0 is good
-    QString meaning; // of a bad status; empty: the drive's own meaning of it
-    QVariant value;  // the drive's value list; looked at only when status is 0
+    int status = RecordStatus::NotDone; // the record's status; Ok and only Ok is good
+    QString meaning;                    // of a bad status; empty: the drive's own meaning of it
+    QVariant value;                     // the drive's value list; looked at only when status is 0
 
-    static TagReading good(const QVariant &value) { return {0, QString(), value}; }
+    static TagReading good(const QVariant &value) { return {RecordStatus::Ok, QString(), value}; }
     static TagReading bad(int status, const QString &meaning = QString()) { return {status, meaning, QVariant()}; }
 };
 
