@@ -23,21 +23,38 @@ QString leadingNonDigits(const QString &tag)
     return end <= EngineAreas::kLongestPrefix ? tag.left(end) : QString();
 }
 
+// The patterns are compiled once per process: a gateway holds a drive object
+// per controller, and compiling them per object cost most of its memory and
+// start-up. Each object takes implicitly shared copies, which every thread
+// may match against.
+struct TagPatterns {
+    QMap<int, QRegularExpression> byCode;
+    QHash<QString, int> prefixCodes;
+
+    TagPatterns()
+    {
+        for (int code = 1; code <= EngineAreas::kCount; ++code) {
+            const QString upper = QLatin1String(EngineAreas::name(code));
+            const QString lower = upper.toLower();
+            QRegularExpression pattern(QStringLiteral("^%1%2$").arg(QStringLiteral("(%1|%2)").arg(lower, upper),
+                                                                    QLatin1String(kNumberPattern)));
+            pattern.optimize();
+            byCode.insert(code, pattern);
+            prefixCodes.insert(upper, code);
+            prefixCodes.insert(lower, code);
+        }
+    }
+};
+
+const TagPatterns &tagPatterns()
+{
+    static const TagPatterns patterns;
+    return patterns;
+}
+
 } // namespace
 
-CInductiveDrive::CInductiveDrive()
-{
-    for (int code = 1; code <= EngineAreas::kCount; ++code) {
-        const QString upper = QLatin1String(EngineAreas::name(code));
-        const QString lower = upper.toLower();
-        QRegularExpression pattern(
-            QStringLiteral("^%1%2$").arg(QStringLiteral("(%1|%2)").arg(lower, upper), QLatin1String(kNumberPattern)));
-        pattern.optimize();
-        m_areaPatterns.insert(code, pattern);
-        m_prefixCodes.insert(upper, code);
-        m_prefixCodes.insert(lower, code);
-    }
-}
+CInductiveDrive::CInductiveDrive() : m_areaPatterns(tagPatterns().byCode), m_prefixCodes(tagPatterns().prefixCodes) {}
 
 STagAddress CInductiveDrive::analyseTag(const QString &tag, int dataType) const
 {
