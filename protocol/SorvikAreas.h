@@ -116,15 +116,22 @@ inline constexpr std::array<Area, kAreaCount> kAreas = [] {
     return areas;
 }();
 
-// The place of a wire code in kAreas; -1 for a code that no prefix names.
+// The place of each wire code in kAreas, looked up on every read and write;
+// -1 for a code that no prefix names.
+inline constexpr std::array<int, kAreaCodeCount> kIndexOfCode = [] {
+    std::array<int, kAreaCodeCount> places{};
+    for (int &place : places)
+        place = -1;
+    for (int i = 0; i < kAreaCount; ++i)
+        places[kAreas[i].code] = i;
+    return places;
+}();
+
 // (An index, not a pointer: a pointer's test for null is no constant
 // expression in an instrumented build.)
 constexpr int indexOfCode(int code)
 {
-    for (int i = 0; i < kAreaCount; ++i)
-        if (kAreas[i].code == code)
-            return i;
-    return -1;
+    return code >= 0 && code < kAreaCodeCount ? kIndexOfCode[code] : -1;
 }
 
 // The row of a wire code; nullptr for a code that no prefix names.
