@@ -49,11 +49,16 @@ OfflineBuffer::~OfflineBuffer()
 
 bool OfflineBuffer::isOpen() const
 {
-    return QSqlDatabase::contains(m_connection) && QSqlDatabase::database(m_connection, false).isOpen();
+    // Set only when open succeeded, cleared by close: no look-up in Qt's
+    // connection registry per message.
+    return m_insert != nullptr;
 }
 
 void OfflineBuffer::close()
 {
+    // Statements hold the connection open; they go before it.
+    m_insert.reset();
+    m_remove.reset();
     if (!QSqlDatabase::contains(m_connection))
         return;
     {
@@ -152,6 +157,11 @@ bool OfflineBuffer::checkOrCreate(bool *unusable, QString *error)
     if (!query.next() || query.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0)
         return failed(error, QStringLiteral("the offline queue %1 cannot use write-ahead logging").arg(m_path));
     exec(QStringLiteral("PRAGMA synchronous = NORMAL"));
+    // A statement that fails to prepare fails at its first use, with the reason.
+    m_insert = std::make_unique<QSqlQuery>(db);
+    m_insert->prepare(QStringLiteral("INSERT INTO queue (topic, payload) VALUES (?, ?)"));
+    m_remove = std::make_unique<QSqlQuery>(db);
+    m_remove->prepare(QStringLiteral("DELETE FROM queue WHERE id = ?"));
     if (m_count > 0)
         qCInfo(lcBuffer).noquote()
             << QStringLiteral("resuming the offline queue %1: %2 messages waiting").arg(m_path).arg(m_count);
@@ -184,12 +194,14 @@ bool OfflineBuffer::exec(const QString &statement)
 bool OfflineBuffer::append(const QString &topic, const QByteArray &payload, int *dropped)
 {
     *dropped = 0;
-    QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    query.prepare(QStringLiteral("INSERT INTO queue (topic, payload) VALUES (?, ?)"));
-    query.addBindValue(topic);
-    query.addBindValue(payload);
-    if (!query.exec()) {
-        m_error = query.lastError().text();
+    if (!m_insert) {
+        m_error = QStringLiteral("the offline queue is not open");
+        return false;
+    }
+    m_insert->bindValue(0, topic);
+    m_insert->bindValue(1, payload);
+    if (!m_insert->exec()) {
+        m_error = m_insert->lastError().text();
         return false;
     }
     ++m_count;
@@ -252,14 +264,14 @@ QList<OfflineBuffer::Entry> OfflineBuffer::after(qint64 id, int limit)
 
 void OfflineBuffer::remove(const Entry &entry)
 {
-    QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    query.prepare(QStringLiteral("DELETE FROM queue WHERE id = ?"));
-    query.addBindValue(entry.id);
-    if (!query.exec()) {
-        m_error = query.lastError().text();
+    if (!m_remove)
+        return;
+    m_remove->bindValue(0, entry.id);
+    if (!m_remove->exec()) {
+        m_error = m_remove->lastError().text();
         return;
     }
-    if (query.numRowsAffected() == 1) {
+    if (m_remove->numRowsAffected() == 1) {
         --m_count;
         m_bytes -= entryBytes(entry.topic, entry.payload);
     }

@@ -9,6 +9,10 @@
 #include <QList>
 #include <QString>
 
+#include <memory>
+
+class QSqlQuery;
+
 class OfflineBuffer
 {
 public:
@@ -62,4 +66,7 @@ private:
     qint64 m_count = 0;
     qint64 m_bytes = 0;
     qint64 m_handedOut = 0;
+    // Prepared once per open: append and remove run once per message.
+    std::unique_ptr<QSqlQuery> m_insert;
+    std::unique_ptr<QSqlQuery> m_remove;
 };
