@@ -74,17 +74,26 @@ public:
         }
     }
 
+    // The node at key when `is` accepts its kind; null when it is absent or
+    // (reported) of another kind.
+    template <typename Is> const toml::node *typed(const toml::table &table, const char *key, Is is, const char *kind)
+    {
+        const toml::node *node = table.get(key);
+        if (node && !(node->*is)()) {
+            error(node->source(), QStringLiteral("\"%1\" must be %2, not %3")
+                                      .arg(QLatin1String(key), QLatin1String(kind), typeOf(*node)));
+            return nullptr;
+        }
+        return node;
+    }
+
     // Each of these leaves *out alone when the key is absent, and reports a
     // value of the wrong type or range; they give true only for a good value.
     bool text(const toml::table &table, const char *key, QString *out)
     {
-        const toml::node *node = table.get(key);
+        const toml::node *node = typed(table, key, &toml::node::is_string, "a string");
         if (!node)
             return false;
-        if (!node->is_string()) {
-            error(node->source(), QStringLiteral("\"%1\" must be a string, not %2").arg(key, typeOf(*node)));
-            return false;
-        }
         const QString value = fromStd(node->as_string()->get());
         for (const QChar c : value)
             if (c.category() == QChar::Other_Control) {
@@ -97,13 +106,9 @@ public:
 
     bool integer(const toml::table &table, const char *key, qint64 low, qint64 high, qint64 *out)
     {
-        const toml::node *node = table.get(key);
+        const toml::node *node = typed(table, key, &toml::node::is_integer, "an integer");
         if (!node)
             return false;
-        if (!node->is_integer()) {
-            error(node->source(), QStringLiteral("\"%1\" must be an integer, not %2").arg(key, typeOf(*node)));
-            return false;
-        }
         const qint64 value = node->as_integer()->get();
         if (value < low || value > high) {
             error(node->source(),
@@ -125,13 +130,9 @@ public:
 
     bool number(const toml::table &table, const char *key, double *out)
     {
-        const toml::node *node = table.get(key);
+        const toml::node *node = typed(table, key, &toml::node::is_number, "a number");
         if (!node)
             return false;
-        if (!node->is_number()) {
-            error(node->source(), QStringLiteral("\"%1\" must be a number, not %2").arg(key, typeOf(*node)));
-            return false;
-        }
         const double value = node->value<double>().value_or(std::numeric_limits<double>::quiet_NaN());
         if (!std::isfinite(value)) {
             error(node->source(), QStringLiteral("\"%1\" must be a finite number").arg(key));
@@ -143,13 +144,9 @@ public:
 
     bool boolean(const toml::table &table, const char *key, bool *out)
     {
-        const toml::node *node = table.get(key);
+        const toml::node *node = typed(table, key, &toml::node::is_boolean, "true or false");
         if (!node)
             return false;
-        if (!node->is_boolean()) {
-            error(node->source(), QStringLiteral("\"%1\" must be true or false, not %2").arg(key, typeOf(*node)));
-            return false;
-        }
         *out = node->as_boolean()->get();
         return true;
     }
@@ -184,14 +181,8 @@ public:
     // A sub-table, or null when it is absent or (reported) no table.
     const toml::table *table(const toml::table &parent, const char *key)
     {
-        const toml::node *node = parent.get(key);
-        if (!node)
-            return nullptr;
-        if (!node->is_table()) {
-            error(node->source(), QStringLiteral("\"%1\" must be a table, not %2").arg(key, typeOf(*node)));
-            return nullptr;
-        }
-        return node->as_table();
+        const toml::node *node = typed(parent, key, &toml::node::is_table, "a table");
+        return node ? node->as_table() : nullptr;
     }
 
     // An array of tables ([[key]]), each element checked to be a table.
