@@ -135,12 +135,14 @@ bool DataStream::withinDeadband(int index, const QJsonValue &value) const
 
 QByteArray DataStream::message(const QDateTime &cycleStart, const QList<TagReading> &readings)
 {
+    // A tag with no reading at all was not read: bad, never a value.
+    static const TagReading notRead = TagReading::bad(RecordStatus::NotDone);
     QJsonObject values;
     QJsonObject errors;
     for (int i = 0; i < m_group.tags.size(); ++i) {
         const TagConfig &tag = m_group.tags.at(i);
-        // A tag with no reading at all was not read: bad, never a value.
-        const TagReading reading = i < readings.size() ? readings.at(i) : TagReading::bad(RecordStatus::NotDone);
+        // Referenced, not copied: this runs for every tag of every cycle.
+        const TagReading &reading = i < readings.size() ? readings.at(i) : notRead;
         QJsonValue raw;
         if (reading.status == RecordStatus::Ok && !DataValues::raw(tag, reading.value, &raw)) {
             errors.insert(tag.name, QJsonObject{{QStringLiteral("status"), RecordStatus::Ok},
