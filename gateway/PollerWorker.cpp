@@ -394,16 +394,11 @@ void PollerWorker::runWrites()
         writes.swap(m_writes);
     }
     for (const QByteArray &payload : qAsConst(writes)) {
-        if (m_stop) {
-            // Not carried out, and said so: a write is never left unanswered.
-            WriteCommand command = WriteCommand::parse(payload, m_config, m_options.readOnly);
-            if (command.accepted())
-                command.refusal = QStringLiteral("the gateway is stopping: not written");
-            answerWrite(command);
-            continue;
-        }
         WriteCommand command = WriteCommand::parse(payload, m_config, m_options.readOnly);
-        if (command.accepted() && !m_drive)
+        // Not carried out, and said so: a write is never left unanswered.
+        if (command.accepted() && m_stop)
+            command.refusal = QStringLiteral("the gateway is stopping: not written");
+        else if (command.accepted() && !m_drive)
             command.refusal = QStringLiteral("not written: there is no drive object");
         else if (command.accepted() && m_mode != Mode::Running)
             command.refusal =
