@@ -329,33 +329,35 @@ bool Northbound::open(QString *error, bool startAfresh)
     return true;
 }
 
-void Northbound::publishData(const QString &topic, const QByteArray &payload)
+bool Northbound::post(void (Worker::*method)(const QString &, const QByteArray &), const QString &topic,
+                      const QByteArray &payload)
 {
     std::lock_guard<std::mutex> lock(m_acceptMutex);
-    if (!m_accepting) {
-        qCWarning(lcNorth).noquote() << QStringLiteral("closed: a message of %1 dropped").arg(topic);
-        if (m_metrics)
-            m_metrics->addDropped();
-        return;
-    }
+    if (!m_accepting)
+        return false;
     QMetaObject::invokeMethod(
-        m_worker, [worker = m_worker, topic, payload] { worker->data(topic, payload); }, Qt::QueuedConnection);
+        m_worker, [worker = m_worker, method, topic, payload] { (worker->*method)(topic, payload); },
+        Qt::QueuedConnection);
+    return true;
+}
+
+void Northbound::publishData(const QString &topic, const QByteArray &payload)
+{
+    if (post(&Worker::data, topic, payload))
+        return;
+    qCWarning(lcNorth).noquote() << QStringLiteral("closed: a message of %1 dropped").arg(topic);
+    if (m_metrics)
+        m_metrics->addDropped();
 }
 
 void Northbound::publishStatus(const QString &topic, const QByteArray &payload)
 {
-    std::lock_guard<std::mutex> lock(m_acceptMutex);
-    if (m_accepting)
-        QMetaObject::invokeMethod(
-            m_worker, [worker = m_worker, topic, payload] { worker->status(topic, payload); }, Qt::QueuedConnection);
+    post(&Worker::status, topic, payload);
 }
 
 void Northbound::publishEvent(const QString &topic, const QByteArray &payload)
 {
-    std::lock_guard<std::mutex> lock(m_acceptMutex);
-    if (m_accepting)
-        QMetaObject::invokeMethod(
-            m_worker, [worker = m_worker, topic, payload] { worker->event(topic, payload); }, Qt::QueuedConnection);
+    post(&Worker::event, topic, payload);
 }
 
 void Northbound::close(int flushTimeoutMs)

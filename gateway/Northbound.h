@@ -63,6 +63,9 @@ private:
     class Worker;
 
     void stopWorker();
+    // Hands a message to the worker's method unless close() began; false then.
+    bool post(void (Worker::*method)(const QString &, const QByteArray &), const QString &topic,
+              const QByteArray &payload);
     void onConnection(bool connected);
     void onMessage(const QString &topic, const QByteArray &payload, bool retained);
 
