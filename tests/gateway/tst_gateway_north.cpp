@@ -76,6 +76,15 @@ qint64 counter(const GatewayMetrics &metrics, const char *name)
 {
     return metrics.snapshot().value(QLatin1String(name)).toVariant().toLongLong();
 }
+
+// Whether a warning holding this text was logged.
+bool warned(const TestSupport::LogCapture &log, const char *text)
+{
+    for (const TestSupport::LogLine &line : log.all())
+        if (line.type == QtWarningMsg && line.text.contains(QLatin1String(text)))
+            return true;
+    return false;
+}
 } // namespace
 
 class TstGatewayNorth : public QObject
@@ -420,13 +429,8 @@ void TstGatewayNorth::refusedCredentialsAreSaidAndDataWaits()
         QString error;
         QVERIFY2(refused.open(&error), qPrintable(error));
         refused.publishData(topic, dataMessage(1));
-        const auto saidRefused = [&] {
-            for (const TestSupport::LogLine &line : log.all())
-                if (line.type == QtWarningMsg && line.text.contains(QLatin1String("refused the connection")))
-                    return true;
-            return false;
-        };
-        QVERIFY(TestSubscriber::waitFor([&] { return saidRefused() && refused.backlog() == 1; }, 10000));
+        QVERIFY(TestSubscriber::waitFor([&] { return warned(log, "refused the connection") && refused.backlog() == 1; },
+                                        10000));
         QVERIFY(!refused.isConnected());
         refused.close(0);
         for (const TestSupport::LogLine &line : log.all())
@@ -465,13 +469,7 @@ void TstGatewayNorth::tlsBrokerIsTrustedThroughItsAuthorityOnly()
         Northbound wary(config, nullptr);
         QVERIFY2(wary.open(&error), qPrintable(error));
         wary.publishData(topic, dataMessage(1));
-        const auto saidTls = [&] {
-            for (const TestSupport::LogLine &line : log.all())
-                if (line.type == QtWarningMsg && line.text.contains(QLatin1String("TLS")))
-                    return true;
-            return false;
-        };
-        QVERIFY(TestSubscriber::waitFor([&] { return saidTls() && wary.backlog() == 1; }, 10000));
+        QVERIFY(TestSubscriber::waitFor([&] { return warned(log, "TLS") && wary.backlog() == 1; }, 10000));
         QVERIFY(!wary.isConnected());
         wary.close(0);
     }
