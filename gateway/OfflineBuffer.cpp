@@ -1,5 +1,7 @@
 #include "OfflineBuffer.h"
 
+#include "Topics.h"
+
 #include <QAtomicInteger>
 #include <QDateTime>
 #include <QFile>
@@ -245,20 +247,73 @@ int OfflineBuffer::dropOldest()
     return rows;
 }
 
+std::optional<OfflineBuffer::Entry> OfflineBuffer::decode(const QVariant &id, const QVariant &topic,
+                                                          const QVariant &payload, QString *why)
+{
+    if (id.userType() != QMetaType::LongLong || id.toLongLong() < 1) {
+        *why = QStringLiteral("its id is no positive integer");
+        return std::nullopt;
+    }
+    if (topic.userType() != QMetaType::QString || payload.userType() != QMetaType::QByteArray) {
+        *why = QStringLiteral("its topic is no text or its payload no bytes");
+        return std::nullopt;
+    }
+    const QString text = topic.toString();
+    const QStringList levels = text.split(QLatin1Char('/'));
+    bool inTree = levels.size() == 4 && levels.at(0) == QLatin1String("sorvik");
+    for (int i = 1; inTree && i < levels.size(); ++i)
+        inTree = Topics::isTopicLevel(levels.at(i));
+    // MQTT carries topics of valid UTF-8 up to 65535 bytes, payloads up to 256 MiB.
+    if (!inTree || !QStringView(text).isValidUtf16() || text.toUtf8().size() > 65535) {
+        *why = QStringLiteral("its topic is no data topic of a gateway");
+        return std::nullopt;
+    }
+    const QByteArray bytes = payload.toByteArray();
+    if (bytes.size() > 268435455) {
+        *why = QStringLiteral("its payload is longer than MQTT carries");
+        return std::nullopt;
+    }
+    return Entry{id.toLongLong(), text, bytes};
+}
+
 QList<OfflineBuffer::Entry> OfflineBuffer::after(qint64 id, int limit)
 {
     QList<Entry> entries;
-    QSqlQuery query(QSqlDatabase::database(m_connection, false));
-    query.setForwardOnly(true);
-    query.prepare(QStringLiteral("SELECT id, topic, payload FROM queue WHERE id > ? ORDER BY id LIMIT ?"));
-    query.addBindValue(id);
-    query.addBindValue(limit);
-    if (!query.exec()) {
-        m_error = query.lastError().text();
-        return entries;
-    }
-    while (query.next())
-        entries.append({query.value(0).toLongLong(), query.value(1).toString(), query.value(2).toByteArray()});
+    QList<QPair<qint64, qint64>> damaged; // id and bytes
+    // A batch of damaged rows alone must not look like the end of the queue;
+    // each pass starts after the last row seen, so this ends.
+    do {
+        damaged.clear();
+        QSqlQuery query(QSqlDatabase::database(m_connection, false));
+        query.setForwardOnly(true);
+        query.prepare(QStringLiteral("SELECT id, topic, payload, length(CAST(topic AS BLOB)) + length(payload) "
+                                     "FROM queue WHERE id > ? ORDER BY id LIMIT ?"));
+        query.addBindValue(id);
+        query.addBindValue(limit);
+        if (!query.exec()) {
+            m_error = query.lastError().text();
+            return entries;
+        }
+        while (query.next()) {
+            id = query.value(0).toLongLong();
+            QString why;
+            if (const std::optional<Entry> entry = decode(query.value(0), query.value(1), query.value(2), &why)) {
+                entries.append(*entry);
+                continue;
+            }
+            qCWarning(lcBuffer).noquote()
+                << QStringLiteral("offline queue %1: row %2 dropped, %3").arg(m_path).arg(id).arg(why);
+            damaged.append({id, query.value(3).toLongLong()});
+        }
+        query.finish();
+        for (const auto &[row, bytes] : qAsConst(damaged)) {
+            m_remove->bindValue(0, row);
+            if (m_remove->exec() && m_remove->numRowsAffected() == 1) {
+                --m_count;
+                m_bytes -= bytes;
+            }
+        }
+    } while (entries.isEmpty() && !damaged.isEmpty());
     return entries;
 }
 

@@ -10,8 +10,10 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 class QSqlQuery;
+class QVariant;
 
 class OfflineBuffer
 {
@@ -40,8 +42,15 @@ public:
     // Queues a message at the end. When the queue grows beyond its size the
     // oldest messages not yet handed out go; how many is returned in dropped.
     bool append(const QString &topic, const QByteArray &payload, int *dropped);
-    // Up to limit messages after the given id, oldest first.
+    // Up to limit messages after the given id, oldest first. A row that
+    // cannot be sent as it is (see decode) leaves the queue with a warning.
     QList<Entry> after(qint64 id, int limit);
+    // One row as read back: a data message of the gateway's topic tree with
+    // its payload as bytes, or nothing and the reason. A damaged file, or a
+    // row written by something else, must not stall the replay behind a
+    // message the broker refuses, nor go out under a topic it never had.
+    static std::optional<Entry> decode(const QVariant &id, const QVariant &topic, const QVariant &payload,
+                                       QString *why);
     // Removes a message the broker has acknowledged.
     void remove(const Entry &entry);
     // Messages with an id up to this one are on their way and are never dropped.
