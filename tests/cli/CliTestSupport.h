@@ -18,7 +18,7 @@ struct Run {
     QString err;
 };
 
-// This program's own loopback address from CTest, as text: the cli tests link no Qt Network.
+// This program's own loopback address from CTest, as text.
 inline QString host()
 {
     const QByteArray address = qgetenv("SORVIK_TEST_HOST");
@@ -31,21 +31,26 @@ inline QStringList embedded()
     return {QStringLiteral("--sim-address"), host()};
 }
 
-inline Run cli(const QStringList &arguments, int timeoutMs = 20000)
+inline Run run(const QString &program, const QStringList &arguments, int timeoutMs = 20000)
 {
     QProcess process;
-    process.start(QStringLiteral(SORVIK_CLI_FILE), arguments);
-    Run run;
+    process.start(program, arguments);
+    Run result;
     if (!process.waitForFinished(timeoutMs)) {
         process.kill();
         process.waitForFinished();
-        run.crashed = true;
+        result.crashed = true;
     }
-    run.crashed = run.crashed || process.exitStatus() != QProcess::NormalExit;
-    run.exitCode = process.exitCode();
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
-    return run;
+    result.crashed = result.crashed || process.exitStatus() != QProcess::NormalExit;
+    result.exitCode = process.exitCode();
+    result.out = QString::fromUtf8(process.readAllStandardOutput());
+    result.err = QString::fromUtf8(process.readAllStandardError());
+    return result;
+}
+
+inline Run cli(const QStringList &arguments, int timeoutMs = 20000)
+{
+    return run(QStringLiteral(SORVIK_CLI_FILE), arguments, timeoutMs);
 }
 
 // A sorvik-sim process; the endpoint on its first stdout line becomes the connection text.
@@ -57,11 +62,19 @@ public:
     bool startUdp(const QStringList &extra = {}) { return start({"--address", host(), "--port", "0"}, extra, {}); }
     bool startPty(const QStringList &extra = {}) { return start({"--pty"}, extra, ",9600,8,1,N"); }
     const QString &connectText() const { return m_endpoint; }
-    void stop()
+    // Ends it as a stop signal does; gives its stderr, or a note that it did not end cleanly.
+    QString stop()
     {
+        if (m_process.state() == QProcess::NotRunning)
+            return {};
         m_process.terminate();
-        if (!m_process.waitForFinished(3000))
+        if (!m_process.waitForFinished(3000)) {
             m_process.kill();
+            m_process.waitForFinished(3000);
+        }
+        if (m_process.exitStatus() != QProcess::NormalExit || m_process.exitCode() != 0)
+            return QStringLiteral("<did not end cleanly>");
+        return QString::fromUtf8(m_process.readAllStandardError());
     }
 
 private:
