@@ -5,7 +5,7 @@
 // data message per group and cycle, supervising the link and carrying out
 // write commands between cycles.
 //
-// One thread per controller. The drive blocks its caller for every exchange
+// One thread per controller by default. The drive blocks its caller for every exchange
 // (about half a second when a reply does not come, a second for a handshake
 // that fails twice) and may only be used on the thread that made it, so
 // controllers that shared a thread would wait for each other's dead links.
@@ -15,10 +15,16 @@
 // two controllers dead their thread mates fell seconds behind, while a thread
 // each kept every live controller on time. A waiting thread costs next to
 // nothing; the few hundred a plant needs are well within a process.
+// For measurements, SORVIK_GATEWAY_POLL_THREADS=k puts every poller of the
+// process on a shared pool of k threads instead; each drive still stays on the
+// thread that made it.
 #include "GatewayConfig.h"
 
 #include <QObject>
+#include <QSemaphore>
 #include <QThread>
+
+#include <memory>
 
 class GatewayMetrics;
 class GatewaySink;
@@ -56,6 +62,9 @@ public:
 
 private:
     QString m_name;
-    QThread m_thread;
+    std::shared_ptr<QThread> m_thread;
+    bool m_pooled = false;
+    bool m_started = false;
+    QSemaphore m_finished;
     PollerWorker *m_worker = nullptr;
 };

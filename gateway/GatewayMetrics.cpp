@@ -4,6 +4,8 @@
 
 #include <prometheus/counter.h>
 #include <prometheus/exposer.h>
+#include <prometheus/gauge.h>
+#include <prometheus/histogram.h>
 #include <prometheus/registry.h>
 
 #include <exception>
@@ -17,6 +19,12 @@ Family<Counter> &family(prometheus::Registry &registry, const char *name, const 
 {
     return prometheus::BuildCounter().Name(name).Help(help).Register(registry);
 }
+
+// Fine at the low end, where a healthy schedule lies, so that a median of a
+// millisecond or two can be told from one of ten; a whole interval at the top.
+const prometheus::Histogram::BucketBoundaries kLatenessBounds{0.0005, 0.001, 0.0015, 0.002, 0.003, 0.005, 0.0075, 0.01,
+                                                              0.015,  0.02,  0.03,   0.05,  0.075, 0.1,   0.15,   0.2,
+                                                              0.3,    0.5,   1,      2,     5,     10};
 } // namespace
 
 struct GatewayMetrics::Private {
@@ -41,12 +49,23 @@ struct GatewayMetrics::Private {
     Counter &buffered = messages.Add({{"outcome", "buffered"}});
     Counter &replayed = messages.Add({{"outcome", "replayed"}});
     Counter &dropped = messages.Add({{"outcome", "dropped"}});
+    prometheus::Histogram &lateness = prometheus::BuildHistogram()
+                                          .Name("sorvik_gateway_scan_lateness_seconds")
+                                          .Help("How long after its scheduled time each scan cycle started")
+                                          .Register(*registry)
+                                          .Add({}, kLatenessBounds);
+    prometheus::Gauge &largest = prometheus::BuildGauge()
+                                     .Name("sorvik_gateway_scan_lateness_max_seconds")
+                                     .Help("The largest lateness of a scan cycle start since the gateway started")
+                                     .Register(*registry)
+                                     .Add({});
     std::unique_ptr<prometheus::Exposer> exposer;
 
     // Totals for the heartbeat, beside the per-controller series.
     std::mutex mutex; // not QMutex: ThreadSanitizer sees through this one
     QHash<QString, double> totals;
     QHash<int, double> failuresByStatus;
+    double latenessMax = 0;
 
     void add(Family<Counter> &family, const prometheus::Labels &labels, const QString &total, double amount)
     {
@@ -110,6 +129,17 @@ void GatewayMetrics::addWrite(const QString &controller, bool done)
 void GatewayMetrics::addWriteRefused(const QString &reason)
 {
     d->add(d->refused, {{"reason", reason.toStdString()}}, QStringLiteral("writesRefused"), 1);
+}
+
+void GatewayMetrics::addLateness(double seconds)
+{
+    seconds = qMax(0.0, seconds);
+    d->lateness.Observe(seconds);
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (seconds > d->latenessMax) {
+        d->latenessMax = seconds;
+        d->largest.Set(seconds);
+    }
 }
 
 void GatewayMetrics::addPublished(int messages)

@@ -23,6 +23,8 @@ public:
     void addReconnect(const QString &controller);
     void addWrite(const QString &controller, bool done);
     void addWriteRefused(const QString &reason);
+    // How long after its scheduled time a scan cycle started, over all controllers.
+    void addLateness(double seconds);
 
     // North.
     void addPublished(int messages = 1);

@@ -13,8 +13,10 @@
 #include <QJsonObject>
 #include <QLoggingCategory>
 #include <QMutexLocker>
+#include <QPointer>
 
 #include <limits>
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcPoller, "sorvik.gateway.poller")
 
@@ -23,6 +25,13 @@ namespace {
 // What the tags of a cycle report when the link could not be trusted for them.
 const QString kNotTrusted = QStringLiteral("not read: link resynchronising after a lost reply");
 const QString kNoBlockRecord = QStringLiteral("no reply: the block read gave no record");
+
+// Workers that share a thread: while one of them is inside step, the drive's
+// nested waits may fire another's timer. That one must not start a cycle on
+// its own drive inside the first one's exchange, so it is put off until the
+// running step is over.
+thread_local bool t_stepping = false;
+thread_local QList<QPointer<PollerWorker>> t_putOff;
 
 QString connectText(int result)
 {
@@ -122,6 +131,22 @@ void PollerWorker::step()
     // its work to the step that is running.
     if (m_busy)
         return;
+    if (t_stepping) {
+        if (!t_putOff.contains(this))
+            t_putOff.append(this);
+        return;
+    }
+    t_stepping = true;
+    runDue();
+    t_stepping = false;
+    const QList<QPointer<PollerWorker>> putOff = std::exchange(t_putOff, {});
+    for (const QPointer<PollerWorker> &worker : putOff)
+        if (worker)
+            QMetaObject::invokeMethod(worker.data(), &PollerWorker::step, Qt::QueuedConnection);
+}
+
+void PollerWorker::runDue()
+{
     if (m_done) {
         runWrites(); // refused: there is no drive to carry them out
         if (m_stop)
@@ -195,6 +220,9 @@ void PollerWorker::runCycle(Group &group)
 {
     const QDateTime start = QDateTime::currentDateTimeUtc();
     const qint64 due = group.nextDue;
+    if (m_metrics && group.scheduled)
+        m_metrics->addLateness(double(m_clock.nsecsElapsed() - due * 1000000) / 1e9);
+    group.scheduled = true;
     QList<TagReading> readings;
     bool good = false;
     bool lostReply = false;

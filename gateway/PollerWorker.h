@@ -46,10 +46,12 @@ private:
         QList<QList<int>> blockTags; // per block, the indexes of the group's tags it carries
         QList<QList<int>> pointTags; // per tag read alone, the indexes of the names it carries
         qint64 nextDue = 0;          // on m_clock
+        bool scheduled = false;      // the first start follows the first connection, not the schedule
     };
     enum class Mode { Running, Waiting };
 
     void step();
+    void runDue();
     void arm();
     void shutdown();
     void runCycle(Group &group);
