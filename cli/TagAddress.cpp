@@ -51,7 +51,7 @@ int TagAddress::areaCode(const QString &tag)
     for (const Area &area : kAreas)
         if (prefix == QLatin1String(area.prefix))
             return area.code;
-    return 0;
+    return AreaCode::None;
 }
 
 int TagAddress::transferLength(int dataType, int count, int area)
@@ -86,7 +86,7 @@ int TagAddress::transferLength(int dataType, int count, int area)
 bool TagAddress::check(const QString &tag, int dataType, int count, bool writing, QString *why)
 {
     const int area = areaCode(tag);
-    if (area == 0)
+    if (area == AreaCode::None)
         return true; // the drive answers "no area" itself and sends nothing
     // A bit area carries one bit per wire byte and packs eight of them into a
     // data byte: a wider element would come back as zeros or go out as too
@@ -120,7 +120,7 @@ bool TagAddress::carriesAll(const QString &tag, int dataType, int count, QString
         return true;
     const int area = areaCode(tag);
     const int length = transferLength(dataType, count, area);
-    if (area == 0 || length == 0 || isBitArea(area) || length == count)
+    if (area == AreaCode::None || length == 0 || isBitArea(area) || length == count)
         return true; // sent whole, or refused by the drive with its own status
     const int unit = isWordArea(area) ? 4 : isPairArea(area) ? 2 : kStringBlock;
     *why = QStringLiteral("%1 takes %2 in whole elements of %3 bytes: %4 values would go out as %5; "

@@ -117,7 +117,7 @@ int CInductiveDrive::areaCode(const QString &name) const
     for (int code = 1; code <= EngineAreas::kCount; ++code)
         if (name == QLatin1String(EngineAreas::name(code)))
             return code;
-    return 0;
+    return EngineAreas::kNoArea;
 }
 
 QString CInductiveDrive::areaName(int code) const

@@ -5,6 +5,7 @@
 #include "../host/CLabelVariable.h"
 #include "../host/DataType.h"
 #include "../host/InductionRecords.h"
+#include "EngineAreas.h"
 
 #include <QHash>
 #include <QList>
@@ -17,13 +18,16 @@
 
 // What the analysis of a tag text yields; all fields blank for a refused tag.
 struct STagAddress {
-    QString areaText; // the prefix as the tag spells it
-    int area = 0;     // the engine's key of the area
-    int number = -1;  // 1..32767
-    int bit = -1;     // no pattern carries a bit
-    int length = 0;   // byte size by dataType
+    QString areaText;                // the prefix as the tag spells it
+    int area = EngineAreas::kNoArea; // the engine's key of the area
+    int number = -1;                 // 1..32767
+    int bit = -1;                    // no pattern carries a bit
+    int length = 0;                  // byte size by dataType
 
-    bool isBlank() const { return area == 0 && number == -1 && bit == -1 && length == 0 && areaText.isEmpty(); }
+    bool isBlank() const
+    {
+        return area == EngineAreas::kNoArea && number == -1 && bit == -1 && length == 0 && areaText.isEmpty();
+    }
 };
 
 // The remembered road of one string tag: read as raw bytes under its canonical text.

@@ -20,6 +20,8 @@ using SorvikProtocol::Area;
 
 enum class Family { None, Bit, Word };
 
+constexpr int kNoArea = 0; // the key a refused tag carries
+
 constexpr int kStringBytes = SorvikProtocol::kStringBlock; // one string address of SI and SO
 
 // The highest key; every key from 1 to it has a row.

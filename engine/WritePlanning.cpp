@@ -20,7 +20,7 @@ namespace {
 // One entry of the caller turned into exactly the bytes, or the one point, it writes.
 struct WriteItem {
     const SWriteInfo *entry = nullptr; // names the item in the key of its block
-    int area = 0;
+    int area = EngineAreas::kNoArea;
     int start = 0;
     int length = 0;     // bytes; 1 for a point; -1 for a string of unknown size
     bool point = false; // a bool item: `on` is its point and `bytes` stays empty
@@ -98,7 +98,7 @@ QList<QList<SWriteInfo>> CInductiveDrive::InductiveDrive_Write(const QString &co
         WriteItem item;
         item.area = address.area;
         item.start = address.number;
-        if (address.area == 0 || !takeValue(info, tagSize(info), item)) {
+        if (address.area == EngineAreas::kNoArea || !takeValue(info, tagSize(info), item)) {
             refused.append(info); // reported with its value, in the order given
             continue;
         }

@@ -88,6 +88,7 @@ constexpr int codeOf(const char *prefix)
 // The codes that rules of the drive name.
 namespace AreaCode {
 enum : int {
+    None = 0, // a text that names no area, or a row without a wire code
     AO = codeOf("AO"),
     SA = codeOf("SA"),
     NAO = codeOf("NAO"),
