@@ -3,6 +3,8 @@
 // Shared by the test programs: the loopback address of this program, and a
 // capture of the log lines that the code under test writes.
 
+#include "DataRows.h"
+
 #include <QByteArray>
 #include <QHostAddress>
 #include <QList>
@@ -79,6 +81,9 @@ private:
     QtMessageHandler m_previous = nullptr;
 };
 
-inline QByteArray hex(const char *text) { return QByteArray::fromHex(text); }
+inline QByteArray hex(const char *text)
+{
+    return QByteArray::fromHex(text);
+}
 
 } // namespace TestSupport

@@ -2,7 +2,38 @@
 
 #include "engine/CInductiveDrive.h"
 
+#include "DataRows.h"
+
 #include <QtTest>
+
+namespace {
+
+struct Analysed {
+    const char *tag;
+    int type, area;
+    const char *areaText;
+    int number, length;
+};
+struct Sized {
+    const char *tag;
+    int type, size;
+};
+struct Offset {
+    const char *tag;
+    int start, type, offset;
+};
+struct Limits {
+    const char *name;
+    int fun, type, value;
+    QList<int> limits; // read points, read bytes, write points, write bytes
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Analysed)
+Q_DECLARE_METATYPE(Sized)
+Q_DECLARE_METATYPE(Offset)
+Q_DECLARE_METATYPE(Limits)
 
 class TestAnalysis : public QObject
 {
@@ -11,40 +42,19 @@ class TestAnalysis : public QObject
 private slots:
     void analyseTag_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("area");
-        QTest::addColumn<QString>("areaText");
-        QTest::addColumn<int>("number");
-        QTest::addColumn<int>("length");
-        const struct {
-            const char *tag;
-            int type, area;
-            const char *areaText;
-            int number, length;
-        } rows[] = {{"DI1", 1, 1, "DI", 1, 1},     {"DI00001", 6, 1, "DI", 1, 4}, {"di32767", 11, 1, "di", 32767, 8},
-                    {"DI_F5", 4, 2, "DI_F", 5, 2}, {"SO7", 8, 26, "SO", 7, 4},    {"SI5", 12, 25, "SI", 5, 0},
-                    {"AI5", 41, 7, "AI", 5, 1},    {"AI5", 0, 7, "AI", 5, -1},    {"AI5", 42, 7, "AI", 5, -1},
-                    {"AI5", -3, 7, "AI", 5, -1}};
-        for (const auto &r : rows)
-            QTest::addRow("%s/%d", r.tag, r.type) << QString::fromUtf8(r.tag) << r.type << r.area
-                                                  << QString::fromUtf8(r.areaText) << r.number << r.length;
+        const Analysed rows[] = {{"DI1", 1, 1, "DI", 1, 1},          {"DI00001", 6, 1, "DI", 1, 4},
+                                 {"di32767", 11, 1, "di", 32767, 8}, {"DI_F5", 4, 2, "DI_F", 5, 2},
+                                 {"SO7", 8, 26, "SO", 7, 4},         {"SI5", 12, 25, "SI", 5, 0},
+                                 {"AI5", 41, 7, "AI", 5, 1},         {"AI5", 0, 7, "AI", 5, -1},
+                                 {"AI5", 42, 7, "AI", 5, -1},        {"AI5", -3, 7, "AI", 5, -1}};
+        TestSupport::addRows(rows, [](const Analysed &r) { return QStringLiteral("%1/%2").arg(r.tag).arg(r.type); });
     }
     void analyseTag()
     {
-        QFETCH(QString, tag);
-        QFETCH(int, type);
-        QFETCH(int, area);
-        QFETCH(QString, areaText);
-        QFETCH(int, number);
-        QFETCH(int, length);
-        const STagAddress a = CInductiveDrive().analyseTag(tag, type);
-        QCOMPARE(a.area, area);
-        QCOMPARE(a.areaText, areaText);
-        QCOMPARE(a.number, number);
-        QCOMPARE(a.length, length);
-        QCOMPARE(a.bit, -1);
-        QVERIFY(!a.isBlank());
+        QFETCH(Analysed, row);
+        const STagAddress a = CInductiveDrive().analyseTag(QString::fromUtf8(row.tag), row.type);
+        QCOMPARE((QList<int>{a.area, a.number, a.length, a.bit}), (QList<int>{row.area, row.number, row.length, -1}));
+        QCOMPARE(a.areaText, QString::fromUtf8(row.areaText));
     }
 
     void refusedTextsGiveTheBlankRecord()
@@ -61,34 +71,27 @@ private slots:
             }
     }
 
-    // Any other name has code 0 and any other code the name UNKNOW.
-    void everyAreaInBothSpellings_data()
-    {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("name");
-        const char *names[] = {"DI",  "DI_F", "DI_S", "DO", "DO_F", "DO_S", "AI",  "AI_F", "AI_S",
-                               "AO",  "AO_F", "AO_S", "SD", "SA",   "NDI",  "NDO", "NAI",  "NAO",
-                               "HDS", "HDP",  "HAI",  "LD", "LA",   "LW",   "SI",  "SO"};
-        for (int code = 1; code <= 26; ++code)
-            QTest::newRow(names[code - 1]) << code << QString::fromLatin1(names[code - 1]);
-    }
+    // Each name and its key in both directions, upper and lower case only; any other name has
+    // key 0 and any other key the name UNKNOW.
     void everyAreaInBothSpellings()
     {
-        QFETCH(int, code);
-        QFETCH(QString, name);
-        const QString lower = name.toLower();
         CInductiveDrive engine;
         QCOMPARE(engine.m_areaPatterns.size(), 26);
-        QCOMPARE(engine.analyseTag(name + "12", 6).area, code);
-        QCOMPARE(engine.analyseTag(lower + "12", 6).area, code);
-        QCOMPARE(engine.analyseTag(lower + "12", 6).areaText, lower);
-        QVERIFY(engine.analyseTag(name.left(1) + name.mid(1).toLower() + "12", 6).isBlank() || name.size() == 1);
-        QCOMPARE(engine.areaName(code), name);
-        QCOMPARE(engine.areaCode(name), code);
-        for (const QString &other : {lower, name + "1", " " + name, QString(), QStringLiteral("UNKNOW")})
-            QCOMPARE(engine.areaCode(other), 0);
-        QCOMPARE(engine.areaName(code + 26), QStringLiteral("UNKNOW"));
-        QCOMPARE(engine.areaName(-code), QStringLiteral("UNKNOW"));
+        QCOMPARE(
+            (QList<int>{engine.areaCode("DI"), engine.areaCode("LW"), engine.areaCode("SI"), engine.areaCode("SO")}),
+            (QList<int>{1, 24, 25, 26}));
+        for (int code = 1; code <= 26; ++code) {
+            const QString name = engine.areaName(code), lower = name.toLower();
+            QCOMPARE(engine.areaCode(name), code);
+            QCOMPARE(engine.analyseTag(name + "12", 6).area, code);
+            QCOMPARE(engine.analyseTag(lower + "12", 6).area, code);
+            QCOMPARE(engine.analyseTag(lower + "12", 6).areaText, lower);
+            QVERIFY(engine.analyseTag(name.left(1) + name.mid(1).toLower() + "12", 6).isBlank() || name.size() == 1);
+            for (const QString &other : {lower, name + "1", " " + name, QString(), QStringLiteral("UNKNOW")})
+                QCOMPARE(engine.areaCode(other), 0);
+            QCOMPARE(engine.areaName(code + 26), QStringLiteral("UNKNOW"));
+            QCOMPARE(engine.areaName(-code), QStringLiteral("UNKNOW"));
+        }
     }
 
     // Analysis picks one pattern by the prefix; trying them all must agree for any text.
@@ -118,99 +121,70 @@ private slots:
 
     void tagSize_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("size");
-        const struct {
-            const char *tag;
-            int type, size;
-        } rows[] = {{"SI5", 12, 256},
-                    {"SO5", 12, 256},
-                    {"SIGNAL", 12, 256},
-                    {"si5", 12, -1},
-                    {"AI5", 12, -1},
-                    {"AI5[20]", 12, 20},
-                    {"SI5[3]", 12, 3},
-                    {"AI5[7][9]", 12, 7},
-                    {"AI5[0]", 12, 0},
-                    {"SO5[]", 12, 256},
-                    {"AI5[99999999999]", 12, -1},
-                    {"AI5", 0, -1},
-                    {"AI5", 41, 1},
-                    {"AI5", 42, -1},
-                    {"XY", 1, 1},
-                    {"AI5", 14, 2},
-                    {"AI5", 24, 4},
-                    {"AI5", 40, 8}};
-        for (const auto &r : rows)
-            QTest::addRow("%s/%d", r.tag, r.type) << QString::fromLatin1(r.tag) << r.type << r.size;
+        const Sized rows[] = {{"SI5", 12, 256},
+                              {"SO5", 12, 256},
+                              {"SIGNAL", 12, 256},
+                              {"si5", 12, -1},
+                              {"AI5", 12, -1},
+                              {"AI5[20]", 12, 20},
+                              {"SI5[3]", 12, 3},
+                              {"AI5[7][9]", 12, 7},
+                              {"AI5[0]", 12, 0},
+                              {"SO5[]", 12, 256},
+                              {"AI5[99999999999]", 12, -1},
+                              {"AI5", 0, -1},
+                              {"AI5", 41, 1},
+                              {"AI5", 42, -1},
+                              {"XY", 1, 1},
+                              {"AI5", 14, 2},
+                              {"AI5", 24, 4},
+                              {"AI5", 40, 8}};
+        TestSupport::addRows(rows, [](const Sized &r) { return QStringLiteral("%1/%2").arg(r.tag).arg(r.type); });
     }
     void tagSize()
     {
-        QFETCH(QString, tag);
-        QFETCH(int, type);
-        QFETCH(int, size);
+        QFETCH(Sized, row);
         CInductiveDrive engine;
-        QCOMPARE(engine.tagSize(Induction::SReadInfo{tag, type}), size);
-        QCOMPARE(engine.tagSize(Induction::SWriteInfo{tag, type, QVariant()}), size);
+        QCOMPARE(engine.tagSize(Induction::SReadInfo{row.tag, row.type}), row.size);
+        QCOMPARE(engine.tagSize(Induction::SWriteInfo{row.tag, row.type, QVariant()}), row.size);
     }
 
     // A bool in a word area counts bits.
     void tagOffset_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<int>("start");
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("offset");
-        const struct {
-            const char *tag;
-            int start, type, offset;
-        } rows[] = {{"AI9", 5, 1, 128}, {"AI9", 5, 6, 4},   {"DI9", 5, 1, 4},
-                    {"SA3", 1, 1, 32},  {"ai9", 5, 1, 128}, {"XY9", 5, 1, 0},
-                    {"AI3", 5, 6, -2},  {"XY9", 5, 6, -6},  {"SI32767", -2147483647, 1, 2147483647}};
-        for (const auto &r : rows)
-            QTest::addRow("%s from %d as %d", r.tag, r.start, r.type)
-                << QString::fromLatin1(r.tag) << r.start << r.type << r.offset;
+        const Offset rows[] = {{"AI9", 5, 1, 128}, {"AI9", 5, 6, 4},   {"DI9", 5, 1, 4},
+                               {"SA3", 1, 1, 32},  {"ai9", 5, 1, 128}, {"XY9", 5, 1, 0},
+                               {"AI3", 5, 6, -2},  {"XY9", 5, 6, -6},  {"SI32767", -2147483647, 1, 2147483647}};
+        TestSupport::addRows(rows, [](const Offset &r) {
+            return QStringLiteral("%1 from %2 as %3").arg(r.tag).arg(r.start).arg(r.type);
+        });
     }
     void tagOffset()
     {
-        QFETCH(QString, tag);
-        QFETCH(int, start);
-        QFETCH(int, type);
-        QFETCH(int, offset);
-        QCOMPARE(CInductiveDrive().tagOffset(tag, start, type), offset);
+        QFETCH(Offset, row);
+        QCOMPARE(CInductiveDrive().tagOffset(row.tag, row.start, row.type), row.offset);
     }
 
-    // The limits after one setting: read points, read bytes, write points, write bytes.
     void setInductionParam_data()
     {
-        QTest::addColumn<int>("fun");
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("value");
-        QTest::addColumn<QList<int>>("limits");
-        auto row = [](const char *name, int fun, int type, int value, const QList<int> &limits) {
-            QTest::newRow(name) << fun << type << value << limits;
-        };
-        row("read bytes", 1, 1, 40, {1280, 40, 1280, 160});
-        row("read points", 1, 2, 8, {8, 160, 1280, 160});
-        row("write bytes 0", 2, 1, 0, {1280, 160, 1280, 0});
-        row("write points large", 2, 2, 99999, {1280, 160, 99999, 160});
-        row("negative gives 0", 1, 1, -5, {1280, 0, 1280, 160});
-        row("unknown type", 1, 3, 7, {1280, 160, 1280, 160});
-        row("unknown function", 0, 1, 7, {1280, 160, 1280, 160});
+        const Limits rows[] = {{"read bytes", 1, 1, 40, {1280, 40, 1280, 160}},
+                               {"read points", 1, 2, 8, {8, 160, 1280, 160}},
+                               {"write bytes 0", 2, 1, 0, {1280, 160, 1280, 0}},
+                               {"write points large", 2, 2, 99999, {1280, 160, 99999, 160}},
+                               {"negative gives 0", 1, 1, -5, {1280, 0, 1280, 160}},
+                               {"unknown type", 1, 3, 7, {1280, 160, 1280, 160}},
+                               {"unknown function", 0, 1, 7, {1280, 160, 1280, 160}}};
+        TestSupport::addRows(rows);
     }
     void setInductionParam()
     {
-        QFETCH(int, fun);
-        QFETCH(int, type);
-        QFETCH(int, value);
-        QFETCH(QList<int>, limits);
+        QFETCH(Limits, row);
         CInductiveDrive engine;
-        engine.SetInductionParam(static_cast<Induction::EInductionFun>(fun),
-                                 static_cast<Induction::EInductionType>(type), value);
+        engine.SetInductionParam(static_cast<Induction::EInductionFun>(row.fun),
+                                 static_cast<Induction::EInductionType>(row.type), row.value);
         QCOMPARE((QList<int>{engine.m_readPointLimit, engine.m_readByteLimit, engine.m_writePointLimit,
                              engine.m_writeByteLimit}),
-                 limits);
+                 row.limits);
     }
 };
 

@@ -179,19 +179,6 @@ private slots:
         // What is left plans on as if the removed blocks had never been.
         QCOMPARE(plan(engine, "DI1/1").size(), 1);
     }
-
-    // A long list of eight prefixes, one of them unknown (its speed is measured by the planning benchmark).
-    void longListRefusesOnlyTheUnknownArea()
-    {
-        QList<SReadInfo> infos;
-        const char *areas[] = {"AI", "DI", "NAI", "LW", "NDO", "SA", "ai", "XY"};
-        for (int i = 0; i < 100000; ++i)
-            infos.append(
-                {QStringLiteral("%1%2").arg(QLatin1String(areas[i % 8])).arg(1 + (i * 7919) % 32767), 1 + i % 11});
-        CInductiveDrive engine;
-        engine.InductiveDrive_Read(kConnect, infos);
-        QCOMPARE(engine.GetCannotInductiveDrive_Read(kConnect).size(), 12500);
-    }
 };
 
 QTEST_APPLESS_MAIN(TestReadPlanning)

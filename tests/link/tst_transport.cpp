@@ -1,14 +1,116 @@
-// The UDP transport: the handshake, socket reuse, and datagrams that came between exchanges.
+// The UDP transport: the handshake, socket reuse, and datagrams that came between exchanges; the serial
+// transport over a simulator's pseudo-terminal, where each exchange waits out the write wait, so few of them.
 
 #include "LinkTestSupport.h"
 
+#include <QSerialPort>
+
 using namespace LinkTest;
+
+namespace {
+
+struct Reopen {
+    const char *name;
+    int firstBaud;
+    const char *firstParity;
+    int baud;
+    const char *parity;
+    int gapMs, portBaud;
+    QSerialPort::Parity portParity;
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Reopen)
 
 class TransportTest : public QObject
 {
     Q_OBJECT
 
 private slots:
+    void initTestCase()
+    {
+        m_path = m_sim.startPty();
+        QVERIFY(!m_path.isEmpty());
+    }
+
+    void exchangeAndRelease()
+    {
+        CmdSorvik link;
+        QCOMPARE(link.OpenSerial(QStringLiteral("/dev/no-such-terminal"), 9600, 8, 1, "N"), -1);
+        QVERIFY(link.m_serial && !link.m_gapTimer);
+        QCOMPARE(link.m_gapMs, 2);
+        QCOMPARE(link.IsLinkOpen(), -3);
+        QCOMPARE(link.CloseSerial(), -1);
+        QCOMPARE(link.OpenSerial(m_path, 9600, 8, 1, "N"), 0);
+        QCOMPARE(link.IsLinkOpen(), 0);
+        QVERIFY(link.m_gapTimer && !link.m_gapTimer->isSingleShot());
+
+        m_sim.clearFrames();
+        m_sim.preset(7, 4, hex("2a000000"));
+        QByteArray out;
+        QCOMPARE(link.ReadBytes(7, 1, 4, &out, "AI2"), 0);
+        QCOMPARE(out, hex("2a000000"));
+        QCOMPARE(link.WriteBits(4, 1, 1, hex("01"), "DO2"), 0);
+        QCOMPARE(m_sim.frames(), QList<QByteArray>({hex("0101010007000400000400"), hex("020101000400010000010001")}));
+        QCOMPARE(m_sim.memory(4, 1, 1), hex("01"));
+        QVERIFY(!link.m_gapTimer->isActive()); // stopped by the reply it closed
+
+        QCOMPARE(link.CloseSerial(), 0);
+        QCOMPARE(link.CloseSerial(), -1);
+        QCOMPARE(link.IsLinkOpen(), -3);
+        QCOMPARE(link.ReadBytes(7, 1, 4, &out, "AI2"), -3);
+        QCOMPARE(link.DestroyFree(), 0);
+        QVERIFY(!link.m_serial && !link.m_gapTimer);
+        QCOMPARE(link.DestroyFree(), 1);
+    }
+
+    // Opened twice, as a host reconnects: the port keeps what a text does not set, and the gap
+    // follows the listed rates only (a pty refuses even parity straight after none).
+    void reopen_data()
+    {
+        const Reopen rows[] = {
+            {"1200 keeps 2", 1200, "N", 1200, "N", 2, 1200, QSerialPort::NoParity},
+            {"2400", 1200, "N", 2400, "N", 10, 2400, QSerialPort::NoParity},
+            {"4800", 1200, "N", 4800, "N", 6, 4800, QSerialPort::NoParity},
+            {"9600", 1200, "N", 9600, "N", 3, 9600, QSerialPort::NoParity},
+            {"115200 keeps 2", 115200, "N", 115200, "N", 2, 115200, QSerialPort::NoParity},
+            {"9600 then 115200 keeps 3", 9600, "N", 115200, "N", 3, 115200, QSerialPort::NoParity},
+            {"unlisted rate changes nothing", 19200, "N", 12345, "N", 2, 19200, QSerialPort::NoParity},
+            {"E", 9600, "O", 9600, "E", 3, 9600, QSerialPort::EvenParity},
+            {"e", 9600, "O", 9600, "e", 3, 9600, QSerialPort::EvenParity},
+            {"o", 9600, "N", 9600, "o", 3, 9600, QSerialPort::OddParity},
+            {"n", 9600, "O", 9600, "n", 3, 9600, QSerialPort::NoParity},
+            {"Even holds an n", 9600, "O", 9600, "Even", 3, 9600, QSerialPort::NoParity},
+            {"space holds an e", 9600, "O", 9600, "space", 3, 9600, QSerialPort::EvenParity},
+            {"mark keeps the parity", 9600, "odd", 9600, "mark", 3, 9600, QSerialPort::OddParity}};
+        TestSupport::addRows(rows);
+    }
+    void reopen()
+    {
+        QFETCH(Reopen, row);
+        CmdSorvik link;
+        QCOMPARE(link.OpenSerial(m_path, row.firstBaud, 8, 1, row.firstParity), 0);
+        QCOMPARE(link.OpenSerial(m_path, row.baud, 8, 1, row.parity), 0);
+        QCOMPARE(link.m_gapMs, row.gapMs);
+        QCOMPARE(link.m_serial->baudRate(), qint32(row.portBaud));
+        QCOMPARE(link.m_serial->parity(), row.portParity);
+        QCOMPARE(link.m_serial->flowControl(), QSerialPort::NoFlowControl);
+    }
+
+    void destroyFreeTakesSerialFirst()
+    {
+        UdpPair pair;
+        QVERIFY(pair.start());
+        QCOMPARE(pair.link.OpenSerial(m_path, 9600, 8, 1, "N"), 0);
+        QCOMPARE(pair.link.DestroyFree(), 0);
+        QVERIFY(!pair.link.m_serial && pair.link.m_udp);
+        QCOMPARE(pair.link.DestroyFree(), 0);
+        QVERIFY(!pair.link.m_udp);
+        QCOMPARE(pair.link.IsLinkOpen(), -3);
+        QCOMPARE(pair.link.DestroyFree(), 1);
+    }
+
     void handshake_data()
     {
         QTest::addColumn<QByteArray>("answer");
@@ -121,6 +223,10 @@ private slots:
         QVERIFY(log.texts(QtWarningMsg).isEmpty());
         QCOMPARE(link.DestroyFree(), 1);
     }
+
+private:
+    SorvikSimulator m_sim; // behind the pseudo-terminal
+    QString m_path;
 };
 
 QTEST_GUILESS_MAIN(TransportTest)

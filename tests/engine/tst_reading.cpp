@@ -1,8 +1,10 @@
-// Block reading: one read per block, the reply cut into one record per tag.
+// Reading tag lists: one read per tag, strings as raw bytes under their canonical text; or one read per
+// planned block, the reply cut into one record per tag.
 
 #include "engine/CInductiveDrive.h"
 #include "protocol/ElementBytes.h"
 
+#include "DataRows.h"
 #include "EngineTestSupport.h"
 
 #include <QtTest>
@@ -63,13 +65,127 @@ QList<SReadInfo> manualOne(CInductiveDrive &engine, const QString &start, int le
     return engine.InductiveDrive_Read(kConnect, QList<SReadInfo_manual>{{start, length, items}}).value(0);
 }
 
+struct Element {
+    const char *tag;
+    int type, offset;
+    const char *hex, *value;
+};
+
+const QString kSerial = QStringLiteral("COM3,9600,8,1,N");
+
+// Answers with the count of reads so far; SO and tags of no area fail with 3.
+struct Recorder : EngineTest::ReadPath {
+    explicit Recorder(CInductiveDrive &engine)
+    {
+        answer = [this](const QString &tag, DataType type, int count) {
+            CLabelVariable reply;
+            reply.status = tag.startsWith(QLatin1String("SO")) || tag.startsWith(QLatin1String("UNKNOW")) ? 3 : 0;
+            reply.tag = tag;
+            reply.dataType = type;
+            reply.length = count;
+            reply.value = QVariant::fromValue(QList<int>{calls.size()});
+            return reply;
+        };
+        install(engine);
+    }
+};
+
+// A string tag and the tag and count it is read under.
+struct StringRoad {
+    const char *tag, *readTag;
+    int count;
+};
+
 } // namespace
 
-class TestBlockReading : public QObject
+Q_DECLARE_METATYPE(Element)
+Q_DECLARE_METATYPE(StringRoad)
+
+class TestReading : public QObject
 {
     Q_OBJECT
 
 private slots:
+    // Non-string types go out as written, count 1; without a callback the record is fresh.
+    void otherTypesGoOutAsWritten()
+    {
+        CInductiveDrive engine;
+        const SReadInfo ai5{"AI5", 6};
+        QVERIFY(engine.PointReading(kSerial, ai5).status == 1 && !engine.PointReading(kSerial, ai5).value.isValid());
+        QCOMPARE(engine.PointReading(kSerial, QList<SReadInfo>{ai5}, 0).value(ai5).status, 1);
+        Recorder device(engine);
+        const QList<SReadInfo> infos{{"AI5", 6}, {"ai5", 6}, {"Custom5", 4}, {"AI005", 41}, {"AI5", -1}, {"AI5", 42}};
+        for (const SReadInfo &info : infos) {
+            const CLabelVariable record = engine.PointReading(kSerial, info);
+            QCOMPARE(device.calls.last(), QStringLiteral("%1 %2 1").arg(info.tag).arg(info.dataType));
+            QCOMPARE(record.tag, info.tag); // the record comes back unchanged
+            QCOMPARE(record.value.value<QList<int>>(), QList<int>{device.calls.size()});
+        }
+        QCOMPARE(device.connects.first(), kSerial);
+        QVERIFY(engine.m_stringPoints.isEmpty());
+    }
+
+    // The size is known only for SI and SO.
+    void stringTagGoesOutUnderItsCanonicalText_data()
+    {
+        const StringRoad rows[] = {{"SI5", "SI5", 256},    {"SI005", "SI5", 256}, {"si5", "SI5", -1},
+                                   {"SO5", "SO5", 256},    {"AI5", "AI5", -1},    {"AI5[20]", "UNKNOW-1", 20},
+                                   {"XY1", "UNKNOW-1", -1}};
+        TestSupport::addRows(rows, [](const StringRoad &r) { return QString(r.tag); });
+    }
+    void stringTagGoesOutUnderItsCanonicalText()
+    {
+        QFETCH(StringRoad, row);
+        CInductiveDrive engine;
+        Recorder device(engine);
+        const CLabelVariable record = engine.PointReading(kSerial, SReadInfo{row.tag, TYPE_STRING});
+        QCOMPARE(device.calls, QStringList{QStringLiteral("%1 2 %2").arg(row.readTag).arg(row.count)});
+        // The record is that of a byte read: nothing is turned into text here.
+        QVERIFY(record.tag == row.readTag && record.dataType == TYPE_INT8);
+        const SStringPoint point = engine.m_stringPoints[kSerial][SReadInfo{row.tag, TYPE_STRING}];
+        QVERIFY(point.tag == row.readTag && point.dataType == TYPE_INT8 && point.length == row.count);
+    }
+
+    void stringCacheIsPerConnectionAndTrusted()
+    {
+        CInductiveDrive engine;
+        Recorder device(engine);
+        const SReadInfo si{"SI005", TYPE_STRING};
+        engine.PointReading(kSerial, si);
+        engine.PointReading("other", si);
+        QVERIFY(engine.m_stringPoints.size() == 2 && engine.m_stringPoints[kSerial].size() == 1);
+        // A made entry is used as it stands; a blank one is made anew.
+        engine.m_stringPoints[kSerial][si].tag = QStringLiteral("SI9");
+        engine.PointReading(kSerial, si);
+        engine.m_stringPoints[kSerial][si] = SStringPoint();
+        engine.PointReading(kSerial, si);
+        QCOMPARE(device.calls.mid(2), (QStringList{"SI9 2 256", "SI5 2 256"}));
+        engine.DelInductiveDrive_Read(kSerial); // no removal touches it
+        engine.DelCannotInductiveDrive_Read(kSerial);
+        QCOMPARE(engine.m_stringPoints[kSerial].size(), 1);
+    }
+
+    // One failure stops nothing; the pause follows every tag, the last one too.
+    void listReadsEveryEntryInOrderAndPauses()
+    {
+        CInductiveDrive engine;
+        Recorder device(engine);
+        QVERIFY(engine.PointReading(kSerial, QList<SReadInfo>(), 10000).isEmpty());
+        QVERIFY(device.calls.isEmpty());
+
+        const QList<SReadInfo> infos{{"DI2", 1}, {"SO5", 12}, {"AI1", 8}, {"DI2", 1}};
+        QElapsedTimer timer;
+        timer.start();
+        const QMap<SReadInfo, CLabelVariable> records = engine.PointReading(kSerial, infos, 40);
+        QVERIFY2(timer.elapsed() >= 155, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(device.calls, (QStringList{"DI2 1 1", "SO5 2 256", "AI1 8 1", "DI2 1 1"}));
+        for (int i = 1; i < 4; ++i)
+            QVERIFY(device.times[i] - device.times[i - 1] >= 38);
+        QCOMPARE(records.size(), 3);
+        QCOMPARE(records[infos[0]].value.value<QList<int>>(), QList<int>{4}); // the later read stands
+        QCOMPARE(records[infos[1]].status, 3);                                // a failure keeps its entry
+    }
+
     // AI1 takes bytes 0 to 3, AI3 bytes 8 to 11; the hole of AI2 is dropped.
     void workedBlock()
     {
@@ -102,59 +218,45 @@ private slots:
     // One tag in a manual byte block of AI, cut from the bytes of the reply.
     void elements_data()
     {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("offset");
-        QTest::addColumn<QByteArray>("reply");
-        QTest::addColumn<QString>("value");
-        const struct {
-            const char *tag;
-            int type, offset;
-            const char *hex, *value;
-        } rows[] = {{"AI1", 1, 9, "fd02", "QList<bool>:true"},
-                    {"AI1", 1, 8, "fffe", "QList<bool>:false"},
-                    {"AI1", 2, 0, "ff", "QList<char>:-1"},
-                    {"AI1", 3, 0, "ff", "QList<char>:-1"},
-                    {"AI1", 4, 0, "feff", "QList<short>:-2"},
-                    {"AI1", 14, 0, "0201", "QList<short>:258"},
-                    {"AI1", 5, 0, "feff", "QList<ushort>:65534"},
-                    {"AI1", 16, 0, "feff", "QList<ushort>:65534"},
-                    {"AI1", 6, 1, "0000000078563412", "QList<int>:305419896"},
-                    {"AI1", 20, 0, "ffffffff", "QList<int>:-1"},
-                    {"AI1", 7, 0, "feffffff", "QList<uint>:4294967294"},
-                    {"AI1", 22, 0, "01000000", "QList<uint>:1"},
-                    {"AI1", 8, 0, "0000c03f", "QList<float>:1.5"},
-                    {"AI1", 36, 0, "000020c0", "QList<float>:-2.5"},
-                    {"AI1", 9, 0, "0100000000000080", "QList<qlonglong>:-9223372036854775807"},
-                    {"AI1", 27, 0, "0200000000000000", "QList<qlonglong>:2"},
-                    {"AI1", 10, 0, "ffffffffffffffff", "QList<qulonglong>:18446744073709551615"},
-                    {"AI1", 30, 0, "0300000000000000", "QList<qulonglong>:3"},
-                    {"AI1", 11, 0, "000000000000f83f", "QList<double>:1.5"},
-                    {"AI1", 39, 0, "00000000000000c0", "QList<double>:-2"},
-                    {"AI1[5]", 12, 0, "6162006364", "QList<QString>:ab"},
-                    {"AI1[3]", 12, 0, "616263646566", "QList<QString>:abc"},
-                    {"AI1[4]", 12, 0, "c3a9", "QList<QString>:é"},
-                    {"SI1", 12, 1, "6162636478797a", "QList<QString>:xyz"},
-                    {"AI1", 41, 0, "ff", "invalid"}};
-        for (const auto &r : rows)
-            QTest::addRow("%s/%d@%d %s", r.tag, r.type, r.offset, r.hex)
-                << QString::fromUtf8(r.tag) << r.type << r.offset << QByteArray::fromHex(r.hex)
-                << QString::fromUtf8(r.value);
+        const Element rows[] = {{"AI1", 1, 9, "fd02", "QList<bool>:true"},
+                                {"AI1", 1, 8, "fffe", "QList<bool>:false"},
+                                {"AI1", 2, 0, "ff", "QList<char>:-1"},
+                                {"AI1", 3, 0, "ff", "QList<char>:-1"},
+                                {"AI1", 4, 0, "feff", "QList<short>:-2"},
+                                {"AI1", 14, 0, "0201", "QList<short>:258"},
+                                {"AI1", 5, 0, "feff", "QList<ushort>:65534"},
+                                {"AI1", 16, 0, "feff", "QList<ushort>:65534"},
+                                {"AI1", 6, 1, "0000000078563412", "QList<int>:305419896"},
+                                {"AI1", 20, 0, "ffffffff", "QList<int>:-1"},
+                                {"AI1", 7, 0, "feffffff", "QList<uint>:4294967294"},
+                                {"AI1", 22, 0, "01000000", "QList<uint>:1"},
+                                {"AI1", 8, 0, "0000c03f", "QList<float>:1.5"},
+                                {"AI1", 36, 0, "000020c0", "QList<float>:-2.5"},
+                                {"AI1", 9, 0, "0100000000000080", "QList<qlonglong>:-9223372036854775807"},
+                                {"AI1", 27, 0, "0200000000000000", "QList<qlonglong>:2"},
+                                {"AI1", 10, 0, "ffffffffffffffff", "QList<qulonglong>:18446744073709551615"},
+                                {"AI1", 30, 0, "0300000000000000", "QList<qulonglong>:3"},
+                                {"AI1", 11, 0, "000000000000f83f", "QList<double>:1.5"},
+                                {"AI1", 39, 0, "00000000000000c0", "QList<double>:-2"},
+                                {"AI1[5]", 12, 0, "6162006364", "QList<QString>:ab"},
+                                {"AI1[3]", 12, 0, "616263646566", "QList<QString>:abc"},
+                                {"AI1[4]", 12, 0, "c3a9", "QList<QString>:é"},
+                                {"SI1", 12, 1, "6162636478797a", "QList<QString>:xyz"},
+                                {"AI1", 41, 0, "ff", "invalid"}};
+        TestSupport::addRows(rows, [](const Element &r) {
+            return QStringLiteral("%1/%2@%3 %4").arg(r.tag).arg(r.type).arg(r.offset).arg(r.hex);
+        });
     }
     void elements()
     {
-        QFETCH(QString, tag);
-        QFETCH(int, type);
-        QFETCH(int, offset);
-        QFETCH(QByteArray, reply);
-        QFETCH(QString, value);
+        QFETCH(Element, row);
         CInductiveDrive engine;
         Device device(engine);
-        device.bytes = reply;
+        device.bytes = QByteArray::fromHex(row.hex);
         const QMap<SReadInfo, CLabelVariable> records =
-            engine.BlockReading(kConnect, manualOne(engine, "AI1", 16, {{tag, type, offset}}));
-        QCOMPARE(records.size(), 1);
-        QCOMPARE(EngineTest::describe(records.first()), QStringLiteral("%1/%2=%3").arg(tag).arg(type).arg(value));
+            engine.BlockReading(kConnect, manualOne(engine, "AI1", 16, {{row.tag, row.type, row.offset}}));
+        QCOMPARE(EngineTest::describe(records),
+                 QStringList{QStringLiteral("%1/%2=%3").arg(row.tag).arg(row.type).arg(QString::fromUtf8(row.value))});
     }
 
     void bitBlockGivesBoolsOfEveryType()
@@ -249,5 +351,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestBlockReading)
-#include "tst_block_reading.moc"
+QTEST_GUILESS_MAIN(TestReading)
+#include "tst_reading.moc"
