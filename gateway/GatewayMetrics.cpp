@@ -1,6 +1,7 @@
 #include "GatewayMetrics.h"
 
 #include <QHash>
+#include <QSet>
 
 #include <prometheus/counter.h>
 #include <prometheus/exposer.h>
@@ -65,6 +66,7 @@ struct GatewayMetrics::Private {
     std::mutex mutex; // not QMutex: ThreadSanitizer sees through this one
     QHash<QString, double> totals;
     QHash<int, double> failuresByStatus;
+    QSet<QString> refusedReasons;
     double latenessMax = 0;
 
     void add(Family<Counter> &family, const prometheus::Labels &labels, const QString &total, double amount)
@@ -126,9 +128,14 @@ void GatewayMetrics::addWrite(const QString &controller, bool done)
            done ? QStringLiteral("writesDone") : QStringLiteral("writesFailed"), 1);
 }
 
-void GatewayMetrics::addWriteRefused(const QString &reason)
+bool GatewayMetrics::addWriteRefused(const QString &reason)
 {
     d->add(d->refused, {{"reason", reason.toStdString()}}, QStringLiteral("writesRefused"), 1);
+    std::lock_guard<std::mutex> lock(d->mutex);
+    if (d->refusedReasons.contains(reason))
+        return false;
+    d->refusedReasons.insert(reason);
+    return true;
 }
 
 void GatewayMetrics::addLateness(double seconds)

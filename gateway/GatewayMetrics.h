@@ -22,7 +22,8 @@ public:
     void addFailure(const QString &controller, int status); // one tag that came back with this status
     void addReconnect(const QString &controller);
     void addWrite(const QString &controller, bool done);
-    void addWriteRefused(const QString &reason);
+    // True for the first refusal of this reason, which alone is worth a warning.
+    bool addWriteRefused(const QString &reason);
     // How long after its scheduled time a scan cycle started, over all controllers.
     void addLateness(double seconds);
 
@@ -34,6 +35,7 @@ public:
 
     // Totals over all controllers, by counter name; failures by status under "failures".
     QJsonObject snapshot() const;
+
     // Serves /metrics on "address:port" until destruction.
     bool serve(const QString &address, QString *error);
 

@@ -97,13 +97,13 @@ void GatewayRunner::routeWrite(const QString &controller, const QByteArray &payl
         return;
     }
     // Only the topic filter brought it here; no poller would ever answer.
-    qCWarning(lcGateway, "write command for unknown controller \"%s\" refused", qUtf8Printable(controller));
-    m_metrics.addWriteRefused(QStringLiteral("unknown controller"));
     // Answered as a poller refuses a command, so the sender is not left waiting.
     const QJsonObject command = QJsonDocument::fromJson(payload.left(WriteCommand::kMostBytes)).object();
     WriteCommand refused;
     refused.id = command.value(QStringLiteral("id")).isUndefined() ? QJsonValue() : command.value(QStringLiteral("id"));
     refused.name = command.value(QStringLiteral("tag")).toString();
-    refused.refusal = QStringLiteral("no controller \"%1\" in this gateway").arg(controller);
+    refused.refuse(WriteCommand::Kind::UnknownController,
+                   QStringLiteral("no controller \"%1\" in this gateway").arg(controller));
+    refused.logRefusal(controller, m_metrics.addWriteRefused(WriteCommand::kindName(refused.kind)));
     m_north->publishEvent(Topics::writeReply(m_config.name, controller), refused.refusedReply());
 }

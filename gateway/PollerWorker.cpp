@@ -425,12 +425,13 @@ void PollerWorker::runWrites()
         WriteCommand command = WriteCommand::parse(payload, m_config, m_options.readOnly);
         // Not carried out, and said so: a write is never left unanswered.
         if (command.accepted() && m_stop)
-            command.refusal = QStringLiteral("the gateway is stopping: not written");
+            command.refuse(WriteCommand::Kind::Stopping, QStringLiteral("the gateway is stopping: not written"));
         else if (command.accepted() && !m_drive)
-            command.refusal = QStringLiteral("not written: there is no drive object");
+            command.refuse(WriteCommand::Kind::NotReady, QStringLiteral("not written: there is no drive object"));
         else if (command.accepted() && m_mode != Mode::Running)
-            command.refusal =
-                QStringLiteral("not written while the link is not open or not trusted (%1)").arg(m_waitMeaning);
+            command.refuse(
+                WriteCommand::Kind::NotReady,
+                QStringLiteral("not written while the link is not open or not trusted (%1)").arg(m_waitMeaning));
         answerWrite(command);
     }
 }
@@ -439,9 +440,10 @@ void PollerWorker::answerWrite(const WriteCommand &command)
 {
     const QString topic = Topics::writeReply(m_gateway, m_config.name);
     if (!command.accepted()) {
-        qCInfo(lcPoller, "%s: write refused: %s", qPrintable(m_config.name), qPrintable(command.refusal));
-        if (m_metrics)
-            m_metrics->addWriteRefused(command.refusal);
+        // Counted by kind and logged once per kind: a stranger flooding the
+        // write topic must not flood the log.
+        const QString kind = WriteCommand::kindName(command.kind);
+        command.logRefusal(m_config.name, !m_metrics || m_metrics->addWriteRefused(kind));
         m_sink->publishEvent(topic, command.refusedReply());
         return;
     }

@@ -15,11 +15,38 @@
 struct WriteCommand {
     static constexpr int kMostBytes = 4096; // longer payloads are refused unread
 
+    // What kind of refusal: a few fixed names, so that a stranger's payloads
+    // can neither grow the metrics' series nor flood the log (one warning
+    // per kind, then only counted).
+    enum class Kind {
+        None,
+        TooLarge,
+        MalformedJson,
+        MalformedCommand,
+        UnknownController,
+        UnknownTag,
+        ReadOnly,
+        NotWritable,
+        WrongType,
+        OutOfRange,
+        NotAscii,
+        NotReady,
+        Stopping,
+    };
+    static QString kindName(Kind kind);
+
     QJsonValue id;   // as the command gave it (number or text); null when none could be read
     QString name;    // the tag's configured name
     TagConfig tag;   // the tag as configured
     QVariant value;  // a QList of the tag's element type, `tag.count` elements, in raw units
     QString refusal; // why the command was refused; empty when it may go to the drive
+    Kind kind = Kind::None;
+
+    void refuse(Kind why, const QString &text)
+    {
+        kind = why;
+        refusal = text;
+    }
 
     bool accepted() const { return refusal.isEmpty(); }
 
@@ -29,4 +56,8 @@ struct WriteCommand {
     // refused command, {"id","tag","status","meaning"} for one the drive ran.
     QByteArray refusedReply() const;
     QByteArray doneReply(int status, const QString &meaning) const;
+
+    // Logs a refusal: a warning naming its kind when it is the first of that
+    // kind, a debug line otherwise.
+    void logRefusal(const QString &controller, bool firstOfKind) const;
 };

@@ -4,6 +4,7 @@
 #include "RecordingSink.h"
 
 #include "gateway/ControllerPoller.h"
+#include "gateway/GatewayMetrics.h"
 #include "gateway/Topics.h"
 #include "gateway/WriteCommand.h"
 #include "host/DataType.h"
@@ -84,46 +85,59 @@ void GatewayWritesTest::refusedWithReason_data()
     QTest::addColumn<QByteArray>("payload");
     QTest::addColumn<bool>("readOnly");
     QTest::addColumn<QString>("reason");
+    QTest::addColumn<int>("kind");
 
-    auto row = [](const char *name, const QByteArray &payload, const QString &reason, bool readOnly = false) {
-        QTest::newRow(name) << payload << readOnly << reason;
-    };
-    row("too long", "{\"id\":1,\"tag\":\"setpoint\",\"value\":1,\"x\":\"" + QByteArray(5000, 'a') + "\"}",
+    using Kind = WriteCommand::Kind;
+    auto row = [](const char *name, Kind kind, const QByteArray &payload, const QString &reason,
+                  bool readOnly = false) { QTest::newRow(name) << payload << readOnly << reason << int(kind); };
+    row("too long", Kind::TooLarge,
+        "{\"id\":1,\"tag\":\"setpoint\",\"value\":1,\"x\":\"" + QByteArray(5000, 'a') + "\"}",
         QStringLiteral("command longer than 4096 bytes"));
-    row("malformed", "{\"id\":1,\"tag\":", QStringLiteral("malformed JSON at byte 14: unterminated object"));
-    row("not an object", "[1,2]", QStringLiteral("not a JSON object"));
-    row("no id", R"({"tag":"setpoint","value":1})", QStringLiteral("\"id\" missing or neither number nor text"));
-    row("unknown key", R"({"id":1,"tag":"setpoint","value":1,"force":true})", QStringLiteral("unknown key \"force\""));
-    row("tag not text", R"({"id":1,"tag":5,"value":1})", QStringLiteral("\"tag\" missing or not a text"));
-    row("unknown tag", R"({"id":1,"tag":"nosuch","value":1})", QStringLiteral("unknown tag"));
-    row("not writable", R"({"id":1,"tag":"measured","value":1})", QStringLiteral("tag not writable"));
-    row("read only", R"({"id":1,"tag":"setpoint","value":1})", QStringLiteral("the gateway is read only"), true);
-    row("no value", R"({"id":1,"tag":"setpoint"})", QStringLiteral("\"value\" missing"));
-    row("null value", R"({"id":1,"tag":"setpoint","value":null})", QStringLiteral("\"value\" must be one int32"));
-    row("text for int", R"({"id":1,"tag":"setpoint","value":"12a"})",
+    row("malformed", Kind::MalformedJson,
+        "{\"id\":1,\"tag\":", QStringLiteral("malformed JSON at byte 14: unterminated object"));
+    row("not an object", Kind::MalformedJson, "[1,2]", QStringLiteral("not a JSON object"));
+    row("no id", Kind::MalformedCommand, R"({"tag":"setpoint","value":1})",
+        QStringLiteral("\"id\" missing or neither number nor text"));
+    row("unknown key", Kind::MalformedCommand, R"({"id":1,"tag":"setpoint","value":1,"force":true})",
+        QStringLiteral("unknown key \"force\""));
+    row("tag not text", Kind::MalformedCommand, R"({"id":1,"tag":5,"value":1})",
+        QStringLiteral("\"tag\" missing or not a text"));
+    row("unknown tag", Kind::UnknownTag, R"({"id":1,"tag":"nosuch","value":1})", QStringLiteral("unknown tag"));
+    row("not writable", Kind::NotWritable, R"({"id":1,"tag":"measured","value":1})",
+        QStringLiteral("tag not writable"));
+    row("read only", Kind::ReadOnly, R"({"id":1,"tag":"setpoint","value":1})",
+        QStringLiteral("the gateway is read only"), true);
+    row("no value", Kind::MalformedCommand, R"({"id":1,"tag":"setpoint"})", QStringLiteral("\"value\" missing"));
+    row("null value", Kind::WrongType, R"({"id":1,"tag":"setpoint","value":null})",
+        QStringLiteral("\"value\" must be one int32"));
+    row("text for int", Kind::WrongType, R"({"id":1,"tag":"setpoint","value":"12a"})",
         QStringLiteral("\"value\" not a whole number for int32"));
-    row("fraction for int", R"({"id":1,"tag":"setpoint","value":1.5})",
+    row("fraction for int", Kind::WrongType, R"({"id":1,"tag":"setpoint","value":1.5})",
         QStringLiteral("\"value\" not a whole number for int32"));
-    row("int32 overflow", R"({"id":1,"tag":"setpoint","value":2147483648})",
+    row("int32 overflow", Kind::OutOfRange, R"({"id":1,"tag":"setpoint","value":2147483648})",
         QStringLiteral("\"value\" out of range for int32"));
-    row("uint16 negative", R"({"id":1,"tag":"small","value":-1})", QStringLiteral("\"value\" out of range for uint16"));
-    row("number for bool", R"({"id":1,"tag":"on","value":1})", QStringLiteral("\"value\" not true or false for bool"));
-    row("non-ASCII text", R"({"id":1,"tag":"label","value":"Grüße"})",
+    row("uint16 negative", Kind::OutOfRange, R"({"id":1,"tag":"small","value":-1})",
+        QStringLiteral("\"value\" out of range for uint16"));
+    row("number for bool", Kind::WrongType, R"({"id":1,"tag":"on","value":1})",
+        QStringLiteral("\"value\" not true or false for bool"));
+    row("non-ASCII text", Kind::NotAscii, R"({"id":1,"tag":"label","value":"Grüße"})",
         QStringLiteral("\"value\" text holds a character outside printable ASCII for string"));
-    row("control character", R"({"id":1,"tag":"label","value":"a\nb"})",
+    row("control character", Kind::NotAscii, R"({"id":1,"tag":"label","value":"a\nb"})",
         QStringLiteral("\"value\" text holds a character outside printable ASCII for string"));
-    row("text too long", "{\"id\":1,\"tag\":\"label\",\"value\":\"" + QByteArray(256, 'a') + "\"}",
+    row("text too long", Kind::OutOfRange, "{\"id\":1,\"tag\":\"label\",\"value\":\"" + QByteArray(256, 'a') + "\"}",
         QStringLiteral("\"value\" text longer than 255 characters for string"));
-    row("float overflow", R"({"id":1,"tag":"gain","value":1e39})", QStringLiteral("\"value\" out of range for float"));
-    row("int64 beyond 2^53", R"({"id":1,"tag":"total","value":9007199254740993})",
+    row("float overflow", Kind::OutOfRange, R"({"id":1,"tag":"gain","value":1e39})",
+        QStringLiteral("\"value\" out of range for float"));
+    row("int64 beyond 2^53", Kind::OutOfRange, R"({"id":1,"tag":"total","value":9007199254740993})",
         QStringLiteral("\"value\" beyond 2^53: give it as decimal text for int64"));
-    row("array for one", R"({"id":1,"tag":"setpoint","value":[1]})", QStringLiteral("\"value\" must be one int32"));
-    row("short array", R"({"id":1,"tag":"trio","value":[1,2]})",
+    row("array for one", Kind::WrongType, R"({"id":1,"tag":"setpoint","value":[1]})",
+        QStringLiteral("\"value\" must be one int32"));
+    row("short array", Kind::WrongType, R"({"id":1,"tag":"trio","value":[1,2]})",
         QStringLiteral("\"value\" must be an array of 3 int32"));
-    row("bad element", R"({"id":1,"tag":"trio","value":[1,true,3]})",
+    row("bad element", Kind::WrongType, R"({"id":1,"tag":"trio","value":[1,true,3]})",
         QStringLiteral("\"value\"[1] not a number for int32"));
     // 70000 raw is beyond int16: engineering 7005 = 70000 * 0.1 + 5.
-    row("scaled out of range", R"({"id":1,"tag":"speed","value":7005})",
+    row("scaled out of range", Kind::OutOfRange, R"({"id":1,"tag":"speed","value":7005})",
         QStringLiteral("\"value\" out of range for int16"));
 }
 
@@ -132,8 +146,10 @@ void GatewayWritesTest::refusedWithReason()
     QFETCH(QByteArray, payload);
     QFETCH(bool, readOnly);
     QFETCH(QString, reason);
+    QFETCH(int, kind);
     const WriteCommand command = WriteCommand::parse(payload, plc(), readOnly);
     QCOMPARE(command.refusal, reason);
+    QCOMPARE(WriteCommand::kindName(command.kind), WriteCommand::kindName(WriteCommand::Kind(kind)));
     QVERIFY(!command.value.isValid());
 }
 
@@ -167,7 +183,8 @@ void GatewayWritesTest::acceptedAsTheTagsType()
 }
 
 // Through a poller to a simulated controller: the allowed write lands in its
-// memory and is answered with status 0; the refused ones never reach it.
+// memory and is answered with status 0; the refused ones never reach it, are
+// answered and counted, and each kind is logged once however often it comes.
 void GatewayWritesTest::roundTripThroughTheController()
 {
     SorvikSimulator sim;
@@ -176,37 +193,56 @@ void GatewayWritesTest::roundTripThroughTheController()
     QVERIFY(port != 0);
     const ControllerConfig config = plc(QStringLiteral("%1:%2").arg(address).arg(port));
     const QString replies = Topics::writeReply(QStringLiteral("gw"), QStringLiteral("plc"));
+    const QList<QByteArray> refused{R"({"id":41,"tag":"measured","value":5})",
+                                    R"({"id":"x","tag":"setpoint","value":"many"})",
+                                    R"({"id":1,"tag":"small","value":-1})",
+                                    R"({"id":1,"tag":"label","value":"\u00e9"})",
+                                    R"({"id":1,"tag":"nosuch","value":1})",
+                                    "{\"id\":1,",
+                                    QByteArray(5000, ' ')};
 
     RecordingSink sink;
-    ControllerPoller poller(config, QStringLiteral("gw"), QStringLiteral(SORVIK_LIBRARY_FILE), &sink, nullptr);
+    GatewayMetrics metrics;
+    TestSupport::LogCapture log;
+    ControllerPoller poller(config, QStringLiteral("gw"), QStringLiteral(SORVIK_LIBRARY_FILE), &sink, &metrics);
     poller.start();
     QTRY_VERIFY_WITH_TIMEOUT(sink.states().contains(QStringLiteral("online")), 20000);
     const int writesBefore = sim.counters().writes;
-    poller.submitWrite(R"({"id":41,"tag":"measured","value":5})");
+    for (int round = 0; round < 3; ++round)
+        for (const QByteArray &payload : refused)
+            poller.submitWrite(payload);
     poller.submitWrite(R"({"id":42,"tag":"setpoint","value":123456})");
-    poller.submitWrite(R"({"id":"x","tag":"setpoint","value":"many"})");
-    QTRY_COMPARE_WITH_TIMEOUT(sink.events().size(), 3, 20000);
+    QTRY_COMPARE_WITH_TIMEOUT(sink.events().size(), 3 * refused.size() + 1, 20000);
+    poller.stop();
 
-    ControllerConfig other = config;
     PollerOptions readOnly;
     readOnly.readOnly = true;
-    poller.stop();
-    ControllerPoller guarded(other, QStringLiteral("gw"), QStringLiteral(SORVIK_LIBRARY_FILE), &sink, nullptr,
+    ControllerPoller guarded(config, QStringLiteral("gw"), QStringLiteral(SORVIK_LIBRARY_FILE), &sink, &metrics,
                              readOnly);
     guarded.start();
     guarded.submitWrite(R"({"id":43,"tag":"setpoint","value":1})");
-    QTRY_COMPARE_WITH_TIMEOUT(sink.events().size(), 4, 20000);
+    QTRY_COMPARE_WITH_TIMEOUT(sink.events().size(), 3 * refused.size() + 2, 20000);
     guarded.stop();
 
     const QList<RecordingSink::Message> events = sink.events();
     for (const RecordingSink::Message &m : events)
         QCOMPARE(m.topic, replies);
     QCOMPARE(events.at(0).json, (QJsonObject{{"id", 41}, {"tag", "measured"}, {"refused", "tag not writable"}}));
-    QCOMPARE(events.at(1).json, (QJsonObject{{"id", 42}, {"tag", "setpoint"}, {"status", 0}, {"meaning", "ok"}}));
-    QCOMPARE(events.at(2).json.value(QLatin1String("id")).toString(), QStringLiteral("x"));
-    QVERIFY(events.at(2).json.contains(QLatin1String("refused")));
-    QCOMPARE(events.at(3).json,
+    QCOMPARE(events.at(1).json.value(QLatin1String("id")).toString(), QStringLiteral("x"));
+    for (int i = 0; i < 3 * refused.size(); ++i)
+        QVERIFY2(events.at(i).json.contains(QLatin1String("refused")), qPrintable(QString::number(i)));
+    QCOMPARE(events.at(3 * refused.size()).json,
+             (QJsonObject{{"id", 42}, {"tag", "setpoint"}, {"status", 0}, {"meaning", "ok"}}));
+    QCOMPARE(events.last().json,
              (QJsonObject{{"id", 43}, {"tag", "setpoint"}, {"refused", "the gateway is read only"}}));
+    QCOMPARE(metrics.snapshot().value(QLatin1String("writesRefused")).toInt(), 3 * refused.size() + 1);
+
+    QStringList warned;
+    for (const TestSupport::LogLine &line : log.all())
+        if (line.category == QLatin1String("sorvik.gateway.writes") && line.type == QtWarningMsg)
+            warned << line.text.section(QLatin1Char('('), 1, 1).section(QLatin1Char(')'), 0, 0);
+    QCOMPARE(warned, QStringList({"not writable", "wrong type", "out of range", "non-ASCII text", "unknown tag",
+                                  "malformed JSON", "too large", "read only"}));
 
     QCOMPARE(sim.counters().writes, writesBefore + 1);
     QCOMPARE(qFromLittleEndian<qint32>(sim.memory(24, 0, 4).constData()), 123456); // LW1
