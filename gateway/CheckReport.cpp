@@ -35,7 +35,12 @@ QStringList CheckReport::lines(const GatewayConfig &config, const QList<Controll
                     count(groups, "scan group", "scan groups"),
                     config.readOnly ? QStringLiteral(", read only") : QString());
     out << brokerLine(config.broker);
-    out << QStringLiteral("offline buffer %1, at most %2 bytes").arg(config.buffer.path).arg(config.buffer.maxBytes);
+    out << QStringLiteral("offline buffer %1, at most %2 bytes%3")
+               .arg(config.buffer.path)
+               .arg(config.buffer.maxBytes)
+               .arg(config.buffer.maxFileBytes > 0
+                        ? QStringLiteral(" in a file of at most %1 bytes").arg(config.buffer.maxFileBytes)
+                        : QString());
     if (!config.metricsAddress.isEmpty())
         out << QStringLiteral("metrics on http://%1/metrics").arg(config.metricsAddress);
 

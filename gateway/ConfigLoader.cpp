@@ -321,7 +321,7 @@ void readBroker(Reader &r, const toml::table &table, BrokerConfig *broker)
 
 void readBuffer(Reader &r, const toml::table &table, BufferConfig *buffer)
 {
-    r.onlyKeys(table, {"path", "max_bytes"}, QStringLiteral("[buffer]"));
+    r.onlyKeys(table, {"path", "max_bytes", "max_file_bytes"}, QStringLiteral("[buffer]"));
     r.require(table, "path", QStringLiteral("[buffer]"));
     // The queue file is made at the start; a folder that is not there would
     // only be found then, under systemd perhaps after the broker went away.
@@ -332,6 +332,8 @@ void readBuffer(Reader &r, const toml::table &table, BufferConfig *buffer)
     // Below a megabyte the queue would drop messages after seconds of an outage.
     if (r.integer(table, "max_bytes", qint64(1) << 20, qint64(1) << 40, &maxBytes))
         buffer->maxBytes = maxBytes;
+    // A few SQLite pages below 64 KiB would leave no room for a message.
+    r.integer(table, "max_file_bytes", qint64(64) << 10, qint64(1) << 40, &buffer->maxFileBytes);
 }
 
 void readReconnect(Reader &r, const toml::table &table, ReconnectPolicy *policy)

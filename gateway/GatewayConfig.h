@@ -23,6 +23,7 @@ struct BrokerConfig {
 struct BufferConfig {
     QString path;               // the SQLite file of the offline queue
     qint64 maxBytes = 64 << 20; // the queue's size limit; the oldest messages go first
+    qint64 maxFileBytes = 0;    // a cap on the file itself, met as a full disk; 0: none
 };
 
 struct ReconnectPolicy {

@@ -31,7 +31,7 @@ public:
     Worker(const GatewayConfig &config, GatewayMetrics *metrics, std::atomic<qint64> *backlog,
            std::atomic<bool> *offlineAcknowledged)
         : m_config(config), m_metrics(metrics), m_backlog(backlog), m_offlineAcknowledged(offlineAcknowledged),
-          m_buffer(config.buffer.path, config.buffer.maxBytes)
+          m_buffer(config.buffer.path, config.buffer.maxBytes, config.buffer.maxFileBytes)
     {
     }
 
@@ -55,6 +55,7 @@ public:
                 m_inflight.insert(mid, {false, m_config.broker.qos, ++m_order, {0, topic, payload}});
                 if (m_config.broker.qos > 0)
                     ++m_live;
+                endDropEpisode();
                 updateBacklog();
                 return;
             }
@@ -174,22 +175,31 @@ private:
     void enqueue(const QString &topic, const QByteArray &payload)
     {
         int dropped = 0;
-        if (!m_buffer.isOpen() || !m_buffer.append(topic, payload, &dropped)) {
-            // A queue that cannot take it loses the message: counted and said.
-            qCWarning(lcNorth).noquote()
-                << QStringLiteral("offline queue refused a message of %1: %2").arg(topic, m_buffer.lastError());
-            count(&GatewayMetrics::addDropped);
+        const bool queued = m_buffer.isOpen() && m_buffer.append(topic, payload, &dropped);
+        if (queued)
+            count(&GatewayMetrics::addBuffered);
+        // A queue that cannot take a message loses it: counted, and said once
+        // per episode however many it costs (the sum when the queue drains).
+        const int lost = dropped + (queued ? 0 : 1);
+        if (lost == 0)
             return;
-        }
-        count(&GatewayMetrics::addBuffered);
-        if (dropped > 0) {
-            if (m_droppedInEpisode == 0)
+        if (m_droppedInEpisode == 0) {
+            if (m_buffer.diskFull())
+                qCWarning(lcNorth).noquote() << QStringLiteral("offline queue %1 cannot grow (disk full or "
+                                                               "max_file_bytes reached): dropping the oldest messages")
+                                                    .arg(m_config.buffer.path);
+            else if (queued)
                 qCWarning(lcNorth).noquote()
                     << QStringLiteral("offline queue full (%1 bytes): dropping the oldest messages")
                            .arg(m_config.buffer.maxBytes);
-            m_droppedInEpisode += dropped;
-            count(&GatewayMetrics::addDropped, dropped);
+            else
+                qCWarning(lcNorth).noquote()
+                    << QStringLiteral("offline queue refused a message of %1: %2; dropping messages until it takes "
+                                      "them again")
+                           .arg(topic, m_buffer.lastError());
         }
+        m_droppedInEpisode += lost;
+        count(&GatewayMetrics::addDropped, lost);
     }
 
     void endDropEpisode()

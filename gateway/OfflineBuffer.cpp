@@ -4,6 +4,7 @@
 
 #include <QAtomicInteger>
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
@@ -39,8 +40,8 @@ bool failed(QString *error, const QString &message)
 }
 } // namespace
 
-OfflineBuffer::OfflineBuffer(const QString &path, qint64 maxBytes)
-    : m_path(path), m_maxBytes(maxBytes), m_connection(nextConnectionName())
+OfflineBuffer::OfflineBuffer(const QString &path, qint64 maxBytes, qint64 maxFileBytes)
+    : m_path(path), m_maxBytes(maxBytes), m_maxFileBytes(maxFileBytes), m_connection(nextConnectionName())
 {
 }
 
@@ -78,24 +79,34 @@ bool OfflineBuffer::open(QString *error, bool startAfresh)
     // queue that silently vanishes with the process.
     if (m_path.isEmpty())
         return failed(error, QStringLiteral("the offline queue needs a file"));
-    if (!openDatabase(error))
-        return false;
     bool unusable = false;
-    if (checkOrCreate(&unusable, error))
+    if (tryOpen(&unusable, error))
         return true;
-    close();
     if (!unusable || !startAfresh)
         return false;
     qCWarning(lcBuffer).noquote() << *error;
-    if (!moveAside(error) || !openDatabase(error))
+    if (!moveAside(error) || !tryOpen(&unusable, error))
         return false;
-    if (!checkOrCreate(&unusable, error)) {
-        close();
-        return false;
-    }
     qCWarning(lcBuffer).noquote()
         << QStringLiteral("the unusable queue file was moved aside as %1; a new queue begins").arg(m_movedAside);
     return true;
+}
+
+bool OfflineBuffer::tryOpen(bool *unusable, QString *error)
+{
+    const QFileInfo file(m_path);
+    // SQLite would say only that it cannot open it.
+    if (file.exists() && !file.isFile()) {
+        *unusable = true;
+        return failed(error, QStringLiteral("the offline queue %1 is a folder or a device, not a file").arg(m_path));
+    }
+    // Not ours to move aside: the gateway's user may read it once given the right.
+    if (file.exists() && !file.isReadable())
+        return failed(error, QStringLiteral("cannot read the offline queue %1: permission denied").arg(m_path));
+    if (openDatabase(error) && checkOrCreate(unusable, error))
+        return true;
+    close();
+    return false;
 }
 
 bool OfflineBuffer::openDatabase(QString *error)
@@ -159,6 +170,12 @@ bool OfflineBuffer::checkOrCreate(bool *unusable, QString *error)
     if (!query.next() || query.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0)
         return failed(error, QStringLiteral("the offline queue %1 cannot use write-ahead logging").arg(m_path));
     exec(QStringLiteral("PRAGMA synchronous = NORMAL"));
+    query.exec(QStringLiteral("PRAGMA page_size"));
+    if (query.next() && query.value(0).toLongLong() > 0)
+        m_pageSize = query.value(0).toLongLong();
+    // SQLite keeps the cap no lower than what the file already holds.
+    if (m_maxFileBytes > 0)
+        exec(QStringLiteral("PRAGMA max_page_count = %1").arg(qMax<qint64>(1, m_maxFileBytes / m_pageSize)));
     // A statement that fails to prepare fails at its first use, with the reason.
     m_insert = std::make_unique<QSqlQuery>(db);
     m_insert->prepare(QStringLiteral("INSERT INTO queue (topic, payload) VALUES (?, ?)"));
@@ -174,7 +191,8 @@ bool OfflineBuffer::moveAside(QString *error)
 {
     const QString stamp = QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMddThhmmsszzzZ"));
     const QString target = m_path + QStringLiteral(".corrupt-") + stamp;
-    if (!QFile::rename(m_path, target))
+    // QDir: a folder in the queue's place moves as a file does.
+    if (!QDir().rename(m_path, target))
         return failed(error, QStringLiteral("cannot move the unusable offline queue %1 aside").arg(m_path));
     // SQLite's companion files belong to the old file, never to the new queue.
     for (const QString &suffix : {QStringLiteral("-wal"), QStringLiteral("-shm")})
@@ -196,24 +214,38 @@ bool OfflineBuffer::exec(const QString &statement)
 bool OfflineBuffer::append(const QString &topic, const QByteArray &payload, int *dropped)
 {
     *dropped = 0;
+    m_diskFull = false;
     if (!m_insert) {
         m_error = QStringLiteral("the offline queue is not open");
         return false;
     }
+    const qint64 size = entryBytes(topic, payload);
     m_insert->bindValue(0, topic);
     m_insert->bindValue(1, payload);
-    if (!m_insert->exec()) {
+    while (!m_insert->exec()) {
         m_error = m_insert->lastError().text();
-        return false;
+        // SQLITE_FULL: the disk, or the file's cap. Pages freed by the oldest
+        // rows are taken again by new ones; a few pages at a time, so that
+        // a full disk costs a batch now and then rather than work per message.
+        if (m_insert->lastError().nativeErrorCode() != QLatin1String("13"))
+            return false;
+        m_diskFull = true;
+        const int freed = dropOldest(m_bytes - qMax(4 * m_pageSize, 2 * size));
+        if (freed == 0) {
+            m_error = QStringLiteral("the disk is full and no queued message is left to make room");
+            return false;
+        }
+        *dropped += freed;
     }
     ++m_count;
-    m_bytes += entryBytes(topic, payload);
+    m_bytes += size;
     if (m_bytes > m_maxBytes)
-        *dropped = dropOldest();
+        *dropped += dropOldest(m_maxBytes);
     return true;
 }
 
-int OfflineBuffer::dropOldest()
+// Drops the oldest messages not handed out until at most keepBytes are queued.
+int OfflineBuffer::dropOldest(qint64 keepBytes)
 {
     QSqlDatabase db = QSqlDatabase::database(m_connection, false);
     QSqlQuery query(db);
@@ -226,7 +258,7 @@ int OfflineBuffer::dropOldest()
     qint64 lastId = -1;
     qint64 freed = 0;
     int rows = 0;
-    while (m_bytes - freed > m_maxBytes && query.next()) {
+    while (m_bytes - freed > keepBytes && query.next()) {
         lastId = query.value(0).toLongLong();
         freed += query.value(1).toLongLong();
         ++rows;

@@ -24,24 +24,31 @@ public:
         QByteArray payload;
     };
 
-    OfflineBuffer(const QString &path, qint64 maxBytes);
+    // maxFileBytes, when above 0, caps the file itself (a disk quota); reaching
+    // it is met as a full disk is.
+    OfflineBuffer(const QString &path, qint64 maxBytes, qint64 maxFileBytes = 0);
     ~OfflineBuffer();
     OfflineBuffer(const OfflineBuffer &) = delete;
     OfflineBuffer &operator=(const OfflineBuffer &) = delete;
 
-    // Opens the file, or creates it. A file that is not a queue of ours, or
-    // fails SQLite's check, is refused with the reason; with startAfresh it is
-    // moved aside as FILE.corrupt-<time> (kept for inspection) and a new queue
-    // begins. A queue left by an earlier run resumes where it stopped.
+    // Opens the file, or creates it. A file that is not a queue of ours (a
+    // folder, another program's file) or fails SQLite's check is refused with
+    // the reason; with startAfresh it is moved aside as FILE.corrupt-<time>
+    // (kept for inspection) and a new queue begins. A queue left by an
+    // earlier run resumes where it stopped.
     bool open(QString *error, bool startAfresh = false);
     void close();
     bool isOpen() const;
     // Where an unusable file went with startAfresh; empty if none was moved.
     QString movedAside() const { return m_movedAside; }
 
-    // Queues a message at the end. When the queue grows beyond its size the
-    // oldest messages not yet handed out go; how many is returned in dropped.
+    // Queues a message at the end. When the queue grows beyond its size, or
+    // the disk (or the file's cap) is full, the oldest messages not yet handed
+    // out go to make room; how many is returned in dropped. False when even
+    // that left no room, or another error: the message is not queued.
     bool append(const QString &topic, const QByteArray &payload, int *dropped);
+    // Whether the last append met a full disk or the file's cap.
+    bool diskFull() const { return m_diskFull; }
     // Up to limit messages after the given id, oldest first. A row that
     // cannot be sent as it is (see decode) leaves the queue with a warning.
     QList<Entry> after(qint64 id, int limit);
@@ -61,14 +68,18 @@ public:
     QString lastError() const { return m_error; }
 
 private:
+    bool tryOpen(bool *unusable, QString *error);
     bool openDatabase(QString *error);
     bool checkOrCreate(bool *unusable, QString *error);
     bool moveAside(QString *error);
     bool exec(const QString &statement);
-    int dropOldest();
+    int dropOldest(qint64 keepBytes);
 
     QString m_path;
     qint64 m_maxBytes;
+    qint64 m_maxFileBytes;
+    qint64 m_pageSize = 4096;
+    bool m_diskFull = false;
     QString m_connection;
     QString m_movedAside;
     QString m_error;

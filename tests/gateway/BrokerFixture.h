@@ -28,6 +28,13 @@ public:
         QString caFile;
         QString certFile;
         QString keyFile;
+        // A client certificate signed by the same authority, for the clients.
+        QString clientCertFile;
+        QString clientKeyFile;
+        // The TLS listener refuses clients without a certificate of its authority.
+        bool requireCertificate = false;
+        // A mosquitto acl_file's text: who may publish and read what.
+        QByteArray acl;
         // Keeps sessions and retained messages across stop() and start(), so
         // that a persistent subscriber misses nothing of an outage.
         bool persistence = false;
@@ -41,32 +48,28 @@ public:
 
     static QString program() { return QStringLiteral("/usr/sbin/mosquitto"); }
 
-    // Writes a fresh certificate authority and a server certificate for
-    // 127.0.0.1 signed by it into the folder, and names them in options.
+    // Writes a fresh certificate authority, a server certificate for
+    // 127.0.0.1 and a client certificate signed by it into the folder, and
+    // names them in options.
     static bool writeTestCertificates(const QString &folder, Options *options, QString *error)
     {
         const QDir dir(folder);
+        dir.mkpath(QStringLiteral("."));
         QFile extensions(dir.filePath(QStringLiteral("server.ext")));
         if (!extensions.open(QIODevice::WriteOnly) || extensions.write("subjectAltName=IP:127.0.0.1\n") < 0)
             return failWith(error, QStringLiteral("cannot write the certificate extensions"));
         extensions.close();
-        const QStringList key{QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
-                              QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes")};
+        const QString key = QStringLiteral("-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ");
+        const QString sign = QStringLiteral("x509 -req -CA ca.crt -CAkey ca.key -CAcreateserial -days 2 -in ");
         const QList<QStringList> steps{
-            QStringList{QStringLiteral("req"), QStringLiteral("-x509")}
-                << key
-                << QStringList{QStringLiteral("-keyout"), QStringLiteral("ca.key"), QStringLiteral("-out"),
-                               QStringLiteral("ca.crt"), QStringLiteral("-days"), QStringLiteral("2"),
-                               QStringLiteral("-subj"), QStringLiteral("/CN=gateway test authority")},
-            QStringList{QStringLiteral("req")}
-                << key
-                << QStringList{QStringLiteral("-keyout"), QStringLiteral("server.key"), QStringLiteral("-out"),
-                               QStringLiteral("server.csr"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1")},
-            QStringList{QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
-                        QStringLiteral("server.csr"), QStringLiteral("-CA"), QStringLiteral("ca.crt"),
-                        QStringLiteral("-CAkey"), QStringLiteral("ca.key"), QStringLiteral("-CAcreateserial"),
-                        QStringLiteral("-out"), QStringLiteral("server.crt"), QStringLiteral("-days"),
-                        QStringLiteral("2"), QStringLiteral("-extfile"), QStringLiteral("server.ext")}};
+            (QStringLiteral("req -x509 ") + key + QStringLiteral("-keyout ca.key -out ca.crt -days 2 -subj")).split(' ')
+                << QStringLiteral("/CN=gateway test authority"),
+            (QStringLiteral("req ") + key + QStringLiteral("-keyout server.key -out server.csr -subj /CN=127.0.0.1"))
+                .split(' '),
+            (sign + QStringLiteral("server.csr -out server.crt -extfile server.ext")).split(' '),
+            (QStringLiteral("req ") + key + QStringLiteral("-keyout client.key -out client.csr -subj /CN=gateway"))
+                .split(' '),
+            (sign + QStringLiteral("client.csr -out client.crt")).split(' ')};
         for (const QStringList &arguments : steps) {
             QProcess openssl;
             openssl.setWorkingDirectory(folder);
@@ -74,11 +77,13 @@ public:
             if (!openssl.waitForFinished(30000) || openssl.exitCode() != 0)
                 return failWith(error,
                                 QStringLiteral("openssl %1 failed: %2")
-                                    .arg(arguments.first(), QString::fromLocal8Bit(openssl.readAllStandardError())));
+                                    .arg(arguments.join(' '), QString::fromLocal8Bit(openssl.readAllStandardError())));
         }
         options->caFile = dir.filePath(QStringLiteral("ca.crt"));
         options->certFile = dir.filePath(QStringLiteral("server.crt"));
         options->keyFile = dir.filePath(QStringLiteral("server.key"));
+        options->clientCertFile = dir.filePath(QStringLiteral("client.crt"));
+        options->clientKeyFile = dir.filePath(QStringLiteral("client.key"));
         return true;
     }
     QString host() const { return QStringLiteral("127.0.0.1"); }
@@ -172,7 +177,14 @@ private:
             lines << QStringLiteral("persistence false");
         if (!m_options.caFile.isEmpty())
             lines << QStringLiteral("cafile ") + m_options.caFile << QStringLiteral("certfile ") + m_options.certFile
-                  << QStringLiteral("keyfile ") + m_options.keyFile;
+                  << QStringLiteral("keyfile ") + m_options.keyFile
+                  << QStringLiteral("require_certificate %1").arg(m_options.requireCertificate ? "true" : "false");
+        if (!m_options.acl.isEmpty()) {
+            QFile acl(m_dir.filePath(QStringLiteral("acl")));
+            if (!acl.open(QIODevice::WriteOnly | QIODevice::Truncate) || acl.write(m_options.acl) < 0)
+                return fail(QStringLiteral("cannot write the broker's acl_file"));
+            lines << QStringLiteral("acl_file ") + acl.fileName();
+        }
         if (m_options.users.isEmpty()) {
             lines << QStringLiteral("allow_anonymous true");
         } else {

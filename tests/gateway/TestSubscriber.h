@@ -57,10 +57,15 @@ public:
         mosquitto_username_pw_set(m_client, user.toUtf8().constData(), password.toUtf8().constData());
     }
 
-    // Speaks TLS, trusting the certificate authority in this file.
-    void setTls(const QString &caFile)
+    // Speaks TLS, trusting the certificate authority in this file, with a
+    // client certificate when given.
+    void setTls(const QString &caFile, const QString &certFile = QString(), const QString &keyFile = QString())
     {
-        mosquitto_tls_set(m_client, caFile.toLocal8Bit().constData(), nullptr, nullptr, nullptr, nullptr);
+        const QByteArray cert = certFile.toLocal8Bit();
+        const QByteArray key = keyFile.toLocal8Bit();
+        mosquitto_tls_set(m_client, caFile.toLocal8Bit().constData(), nullptr,
+                          cert.isEmpty() ? nullptr : cert.constData(), key.isEmpty() ? nullptr : key.constData(),
+                          nullptr);
     }
 
     // Connects and subscribes to every filter with QoS 1; true once the broker

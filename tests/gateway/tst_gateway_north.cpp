@@ -1,6 +1,7 @@
 // The gateway's MQTT side against a real mosquitto broker: data, status and
-// write commands through Northbound, the offline queue through outages and
-// restarts, the last will, and the Prometheus endpoint.
+// write commands through Northbound, the offline queue through outages,
+// restarts, a full disk and unusable files, the last will, and the broker's
+// authentication: passwords, its authority and client certificates.
 #include "BrokerFixture.h"
 #include "TestSubscriber.h"
 #include "TestSupport.h"
@@ -92,23 +93,35 @@ class TstGatewayNorth : public QObject
     Q_OBJECT
 
 private slots:
-    void dataAndRetainedStatesReachTheBroker();
+    void initTestCase();
+    void dataStatesAndLastWillReachTheBroker();
     void writeCommandsPassOnToTheirController();
     void outageLosesNothingAndKeepsEachStreamInOrder();
+    void fullQueueDropsTheOldestAndCountsThem_data();
     void fullQueueDropsTheOldestAndCountsThem();
     void restartReplaysTheQueueItLeft();
     void unusableQueueFileIsRefusedOrMovedAside_data();
     void unusableQueueFileIsRefusedOrMovedAside();
-    void lastWillAndGoodbyeSayOffline();
-    void refusedCredentialsAreSaidAndDataWaits();
-    void tlsBrokerIsTrustedThroughItsAuthorityOnly();
-    void metricsAreServedForPrometheus();
+    void brokerTakesOnlyTheRightPassword_data();
+    void brokerTakesOnlyTheRightPassword();
+    void tlsNeedsTheAuthorityAndAClientCertificate_data();
+    void tlsNeedsTheAuthorityAndAClientCertificate();
 
 private:
     QTemporaryDir m_dir;
+    BrokerFixture::Options m_tls;      // a broker's and a client's certificates of one authority
+    BrokerFixture::Options m_stranger; // the same of another authority
 };
 
-void TstGatewayNorth::dataAndRetainedStatesReachTheBroker()
+void TstGatewayNorth::initTestCase()
+{
+    QString error;
+    QVERIFY2(BrokerFixture::writeTestCertificates(m_dir.filePath(QStringLiteral("tls")), &m_tls, &error) &&
+                 BrokerFixture::writeTestCertificates(m_dir.filePath(QStringLiteral("stranger")), &m_stranger, &error),
+             qPrintable(error));
+}
+
+void TstGatewayNorth::dataStatesAndLastWillReachTheBroker()
 {
     BrokerFixture broker;
     QVERIFY2(broker.start(), qPrintable(broker.error()));
@@ -121,6 +134,7 @@ void TstGatewayNorth::dataAndRetainedStatesReachTheBroker()
     QVERIFY(TestSubscriber::waitFor([&] { return north.isConnected(); }, 5000));
 
     const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("fast"));
+    const QString status = Topics::gatewayStatus(kGateway);
     for (int seq = 1; seq <= 3; ++seq)
         north.publishData(topic, dataMessage(seq));
     north.publishStatus(Topics::controllerStatus(kGateway, QStringLiteral("c1")), "{\"state\":\"online\"}");
@@ -137,16 +151,30 @@ void TstGatewayNorth::dataAndRetainedStatesReachTheBroker()
     QVERIFY(later.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
     QVERIFY(TestSubscriber::waitFor(
         [&] {
-            return later.count(Topics::gatewayStatus(kGateway)) == 1 &&
+            return later.count(status) == 1 &&
                    later.count(Topics::controllerStatus(kGateway, QStringLiteral("c1"))) == 1;
         },
         5000));
-    const TestSubscriber::Message online = later.messages(Topics::gatewayStatus(kGateway)).first();
-    QCOMPARE(online.payload, QByteArray("online"));
-    QVERIFY(online.retained);
+    QCOMPARE(later.messages(status).first().payload, QByteArray("online"));
+    QVERIFY(later.messages(status).first().retained);
     QVERIFY(later.messages(Topics::controllerStatus(kGateway, QStringLiteral("c1"))).first().retained);
     QCOMPARE(later.count(topic), 0);
+
+    // Gone without a goodbye: the broker sends the will, then the gateway is
+    // back; a stop leaves offline retained.
+    north.dropConnection();
+    QVERIFY(TestSubscriber::waitFor([&] { return live.count(status) == 3; }, 15000));
     north.close(2000);
+    QVERIFY(TestSubscriber::waitFor([&] { return live.count(status) == 4; }, 5000));
+    QList<QByteArray> said;
+    for (const TestSubscriber::Message &message : live.messages(status))
+        said << message.payload;
+    QCOMPARE(said, (QList<QByteArray>{"online", "offline", "online", "offline"}));
+    TestSubscriber last;
+    QVERIFY(last.connectAndSubscribe(broker.host(), broker.port(), {status}));
+    QVERIFY(TestSubscriber::waitFor([&] { return last.count(status) == 1; }, 5000));
+    QCOMPARE(last.messages(status).first().payload, QByteArray("offline"));
+    QVERIFY(last.messages(status).first().retained);
 }
 
 void TstGatewayNorth::writeCommandsPassOnToTheirController()
@@ -243,32 +271,63 @@ void TstGatewayNorth::outageLosesNothingAndKeepsEachStreamInOrder()
     north.close(2000);
 }
 
+void TstGatewayNorth::fullQueueDropsTheOldestAndCountsThem_data()
+{
+    QTest::addColumn<qint64>("maxBytes");
+    QTest::addColumn<qint64>("maxFileBytes");
+    QTest::addColumn<int>("messages");
+    QTest::addColumn<int>("dropped"); // -1: some
+    QTest::addColumn<QString>("warning");
+    // Every message counts 100 bytes (topic and payload): room for ten.
+    QTest::newRow("size limit") << qint64(1000) << qint64(0) << 30 << 20 << "offline queue full (1000 bytes)";
+    // SQLite meets the file's cap exactly as it meets a full disk.
+    QTest::newRow("file cap, as a full disk")
+        << qint64(64 << 20) << qint64(64 << 10) << 1500 << -1 << "cannot grow (disk full or max_file_bytes reached)";
+}
+
 void TstGatewayNorth::fullQueueDropsTheOldestAndCountsThem()
 {
+    QFETCH(qint64, maxBytes);
+    QFETCH(qint64, maxFileBytes);
+    QFETCH(int, messages);
+    QFETCH(int, dropped);
+    QFETCH(QString, warning);
     BrokerFixture broker;
     QVERIFY2(broker.start(), qPrintable(broker.error()));
     broker.stop(); // its port stays ours, with nobody listening
-    // Every message counts 100 bytes (topic and payload): room for ten.
     const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("g"));
-    const int payloadSize = 100 - topic.toUtf8().size();
+    const QString path = m_dir.filePath(QStringLiteral("full-%1.db").arg(QTest::currentDataTag()));
+    GatewayConfig config = configFor(broker, path, maxBytes);
+    config.buffer.maxFileBytes = maxFileBytes;
     GatewayMetrics metrics;
-    Northbound north(configFor(broker, m_dir.filePath(QStringLiteral("full.db")), 1000), &metrics);
+    TestSupport::LogCapture log;
+    Northbound north(config, &metrics);
     QString error;
     QVERIFY2(north.open(&error), qPrintable(error));
-    for (int seq = 1; seq <= 30; ++seq)
-        north.publishData(topic, dataMessage(seq, payloadSize));
-    QVERIFY(TestSubscriber::waitFor([&] { return counter(metrics, "buffered") == 30; }, 5000));
-    QCOMPARE(counter(metrics, "dropped"), 20);
-    QCOMPARE(north.backlog(), 10);
+    for (int seq = 1; seq <= messages; ++seq)
+        north.publishData(topic, dataMessage(seq, 100 - topic.toUtf8().size()));
+    QVERIFY(TestSubscriber::waitFor([&] { return counter(metrics, "buffered") == messages; }, 10000));
+    const int gone = int(counter(metrics, "dropped"));
+    QVERIFY2(dropped < 0 ? gone > 0 : gone == dropped, qPrintable(QString::number(gone)));
+    QCOMPARE(north.backlog(), messages - gone);
+    if (maxFileBytes > 0)
+        QVERIFY(QFileInfo(path).size() <= maxFileBytes);
+    int warnings = 0;
+    for (const TestSupport::LogLine &line : log.all())
+        warnings += line.type == QtWarningMsg && line.text.contains(QLatin1String("dropping"));
+    QCOMPARE(warnings, 1);
+    QVERIFY(warned(log, qPrintable(warning)));
 
+    // The newest wait in order, and the broker gets them when it is back.
     TestSubscriber subscriber;
     QVERIFY(broker.start());
     QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
-    // The subscriber may come after the first replays: wait for the queue to
-    // drain, then check that the newest ten went out in order.
     QVERIFY(TestSubscriber::waitFor([&] { return north.backlog() == 0; }, 30000));
-    QVERIFY(!seqsOn(subscriber, topic).contains(20));
-    QCOMPARE(counter(metrics, "replayed"), 10);
+    QCOMPARE(counter(metrics, "replayed"), messages - gone);
+    // The subscriber may come after the first replays.
+    const QList<int> seqs = firstArrivals(seqsOn(subscriber, topic));
+    QVERIFY(!seqs.isEmpty());
+    QCOMPARE(seqs, range(messages - seqs.size() + 1, messages));
     north.close(2000);
 }
 
@@ -312,6 +371,8 @@ void TstGatewayNorth::unusableQueueFileIsRefusedOrMovedAside_data()
                                 << "is not a readable SQLite database";
     QTest::newRow("another program's database") << "foreign"
                                                 << "database of something else";
+    QTest::newRow("a folder in its place") << "folder"
+                                           << "is a folder or a device, not a file";
     // SQLite says either that the image is malformed or what its check found.
     QTest::newRow("damaged queue") << "damaged"
                                    << "offline queue";
@@ -323,7 +384,9 @@ void TstGatewayNorth::unusableQueueFileIsRefusedOrMovedAside()
     QFETCH(QString, reason);
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("queue.db"));
-    if (kind == QLatin1String("text")) {
+    if (kind == QLatin1String("folder")) {
+        QVERIFY(QDir(dir.path()).mkpath(QStringLiteral("queue.db/inside")));
+    } else if (kind == QLatin1String("text")) {
         QFile file(path);
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(QByteArray(4096, 'z'));
@@ -351,10 +414,12 @@ void TstGatewayNorth::unusableQueueFileIsRefusedOrMovedAside()
         QVERIFY(QSqlQuery(db).exec(QStringLiteral("CREATE TABLE recipes (name TEXT)")));
         db.close();
     }
-    QFile original(path);
-    QVERIFY(original.open(QIODevice::ReadOnly));
-    const QByteArray before = original.readAll();
-    original.close();
+    // What the file holds, or what the folder does.
+    const auto contents = [](const QString &file) {
+        QFile original(file);
+        return original.open(QIODevice::ReadOnly) ? original.readAll() : QDir(file).entryList().join(' ').toUtf8();
+    };
+    const QByteArray before = contents(path);
     QSqlDatabase::removeDatabase(QStringLiteral("foreign"));
 
     GatewayConfig config;
@@ -365,164 +430,115 @@ void TstGatewayNorth::unusableQueueFileIsRefusedOrMovedAside()
     QString error;
     QVERIFY(!refusing.open(&error));
     QVERIFY2(error.contains(path) && error.contains(reason), qPrintable(error));
-    QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{QStringLiteral("queue.db")});
+    const QDir::Filters entries = QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot;
+    QCOMPARE(QDir(dir.path()).entryList(entries), QStringList{QStringLiteral("queue.db")});
 
     Northbound afresh(config, nullptr);
     QVERIFY2(afresh.open(&error, true), qPrintable(error));
     afresh.close(0);
-    const QStringList aside = QDir(dir.path()).entryList({QStringLiteral("queue.db.corrupt-*")}, QDir::Files);
+    // Moved aside, never deleted.
+    const QStringList aside = QDir(dir.path()).entryList({QStringLiteral("queue.db.corrupt-*")}, entries);
     QCOMPARE(aside.size(), 1);
-    QFile kept(dir.filePath(aside.first()));
-    QVERIFY(kept.open(QIODevice::ReadOnly));
-    QCOMPARE(kept.readAll(), before);
+    QCOMPARE(contents(dir.filePath(aside.first())), before);
     // The new queue is ours from now on.
     Northbound again(config, nullptr);
     QVERIFY2(again.open(&error), qPrintable(error));
     again.close(0);
 }
 
-void TstGatewayNorth::lastWillAndGoodbyeSayOffline()
+void TstGatewayNorth::brokerTakesOnlyTheRightPassword_data()
 {
-    BrokerFixture broker;
+    QTest::addColumn<QString>("user");
+    QTest::addColumn<QString>("password");
+    QTest::addColumn<bool>("taken");
+    QTest::newRow("right") << "gateway"
+                           << "s3cret-right" << true;
+    QTest::newRow("wrong") << "gateway"
+                           << "s3cret-wrong" << false;
+    QTest::newRow("none") << ""
+                          << "" << false;
+}
+
+// A refusal is said once, data waits in the queue, and no log line holds a password.
+void TstGatewayNorth::brokerTakesOnlyTheRightPassword()
+{
+    QFETCH(QString, user);
+    QFETCH(QString, password);
+    QFETCH(bool, taken);
+    BrokerFixture::Options options;
+    options.users = {{QStringLiteral("gateway"), QStringLiteral("s3cret-right")}};
+    BrokerFixture broker(options);
     QVERIFY2(broker.start(), qPrintable(broker.error()));
-    const QString status = Topics::gatewayStatus(kGateway);
-    TestSubscriber watcher;
-    QVERIFY(watcher.connectAndSubscribe(broker.host(), broker.port(), {status}));
-    Northbound north(configFor(broker, m_dir.filePath(QStringLiteral("will.db"))), nullptr);
+    TestSubscriber subscriber;
+    subscriber.setCredentials(QStringLiteral("gateway"), QStringLiteral("s3cret-right"));
+    QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
+    const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("g"));
+    GatewayConfig config =
+        configFor(broker, m_dir.filePath(QStringLiteral("password-%1.db").arg(QTest::currentDataTag())));
+    config.broker.user = user;
+    config.broker.password = password;
+    TestSupport::LogCapture log;
+    Northbound north(config, nullptr);
     QString error;
     QVERIFY2(north.open(&error), qPrintable(error));
-    QVERIFY(TestSubscriber::waitFor([&] { return watcher.count(status) == 1; }, 5000));
-
-    // Gone without a goodbye: the broker sends the will, then the gateway is back.
-    north.dropConnection();
-    QVERIFY(TestSubscriber::waitFor([&] { return watcher.count(status) == 3; }, 15000));
-    QList<QByteArray> said;
-    for (const TestSubscriber::Message &message : watcher.messages(status))
-        said << message.payload;
-    QCOMPARE(said, (QList<QByteArray>{"online", "offline", "online"}));
-
-    north.close(2000);
-    TestSubscriber later;
-    QVERIFY(later.connectAndSubscribe(broker.host(), broker.port(), {status}));
-    QVERIFY(TestSubscriber::waitFor([&] { return later.count(status) == 1; }, 5000));
-    QCOMPARE(later.messages(status).first().payload, QByteArray("offline"));
-    QVERIFY(later.messages(status).first().retained);
-}
-
-void TstGatewayNorth::refusedCredentialsAreSaidAndDataWaits()
-{
-    BrokerFixture::Options options;
-    options.users = {{QStringLiteral("gateway"), QStringLiteral("s3cret")}};
-    BrokerFixture broker(options);
-    QVERIFY2(broker.start(), qPrintable(broker.error()));
-    TestSubscriber subscriber;
-    subscriber.setCredentials(QStringLiteral("gateway"), QStringLiteral("s3cret"));
-    QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
-    const QString path = m_dir.filePath(QStringLiteral("credentials.db"));
-    const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("g"));
-    {
-        TestSupport::LogCapture log;
-        GatewayConfig config = configFor(broker, path);
-        config.broker.user = QStringLiteral("gateway");
-        config.broker.password = QStringLiteral("wrong");
-        Northbound refused(config, nullptr);
-        QString error;
-        QVERIFY2(refused.open(&error), qPrintable(error));
-        refused.publishData(topic, dataMessage(1));
-        QVERIFY(TestSubscriber::waitFor([&] { return warned(log, "refused the connection") && refused.backlog() == 1; },
+    north.publishData(topic, dataMessage(1));
+    if (taken) {
+        QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
+    } else {
+        QVERIFY(TestSubscriber::waitFor([&] { return warned(log, "refused the connection: ") && north.backlog() == 1; },
                                         10000));
-        QVERIFY(!refused.isConnected());
-        refused.close(0);
-        for (const TestSupport::LogLine &line : log.all())
-            QVERIFY2(!line.text.contains(QLatin1String("wrong")), qPrintable(line.text));
+        QVERIFY(!north.isConnected());
     }
-    GatewayConfig config = configFor(broker, path);
-    config.broker.user = QStringLiteral("gateway");
-    config.broker.password = QStringLiteral("s3cret");
-    Northbound accepted(config, nullptr);
-    QString error;
-    QVERIFY2(accepted.open(&error), qPrintable(error));
-    QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
-    accepted.close(2000);
+    north.close(taken ? 2000 : 0);
+    for (const TestSupport::LogLine &line : log.all())
+        QVERIFY2(!line.text.contains(QLatin1String("s3cret")), qPrintable(line.text));
 }
 
-void TstGatewayNorth::tlsBrokerIsTrustedThroughItsAuthorityOnly()
+void TstGatewayNorth::tlsNeedsTheAuthorityAndAClientCertificate_data()
 {
-    QTemporaryDir certificates;
-    QTemporaryDir strangers;
-    BrokerFixture::Options options;
-    BrokerFixture::Options strangerOptions;
-    QString error;
-    QVERIFY2(BrokerFixture::writeTestCertificates(certificates.path(), &options, &error), qPrintable(error));
-    QVERIFY2(BrokerFixture::writeTestCertificates(strangers.path(), &strangerOptions, &error), qPrintable(error));
+    QTest::addColumn<bool>("ownAuthority");
+    QTest::addColumn<bool>("certificate");
+    QTest::addColumn<QString>("refusal");
+    QTest::newRow("with a client certificate") << true << true << "";
+    QTest::newRow("without") << true << false << "not reachable";
+    // A broker whose certificate our authority did not sign is not spoken to.
+    QTest::newRow("broker of another authority") << false << true << "TLS";
+}
+
+void TstGatewayNorth::tlsNeedsTheAuthorityAndAClientCertificate()
+{
+    QFETCH(bool, ownAuthority);
+    QFETCH(bool, certificate);
+    QFETCH(QString, refusal);
+    BrokerFixture::Options options = m_tls;
+    options.requireCertificate = true;
     BrokerFixture broker(options);
     QVERIFY2(broker.start(), qPrintable(broker.error()));
     TestSubscriber subscriber;
-    subscriber.setTls(options.caFile);
+    subscriber.setTls(m_tls.caFile, m_tls.clientCertFile, m_tls.clientKeyFile);
     QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
-    const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("g"));
-    {
-        // A broker whose certificate our authority did not sign is not spoken to.
-        GatewayConfig config = configFor(broker, m_dir.filePath(QStringLiteral("tls-stranger.db")));
-        config.broker.caFile = strangerOptions.caFile;
-        TestSupport::LogCapture log;
-        Northbound wary(config, nullptr);
-        QVERIFY2(wary.open(&error), qPrintable(error));
-        wary.publishData(topic, dataMessage(1));
-        QVERIFY(TestSubscriber::waitFor([&] { return warned(log, "TLS") && wary.backlog() == 1; }, 10000));
-        QVERIFY(!wary.isConnected());
-        wary.close(0);
+    GatewayConfig config = configFor(broker, m_dir.filePath(QStringLiteral("tls-%1.db").arg(QTest::currentDataTag())));
+    config.broker.caFile = ownAuthority ? m_tls.caFile : m_stranger.caFile;
+    if (certificate) {
+        config.broker.certFile = m_tls.clientCertFile;
+        config.broker.keyFile = m_tls.clientKeyFile;
     }
-    GatewayConfig config = configFor(broker, m_dir.filePath(QStringLiteral("tls.db")));
-    config.broker.caFile = options.caFile;
+    const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("g"));
+    TestSupport::LogCapture log;
     Northbound north(config, nullptr);
+    QString error;
     QVERIFY2(north.open(&error), qPrintable(error));
     north.publishData(topic, dataMessage(2));
-    QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
-    QCOMPARE(seqsOn(subscriber, topic), QList<int>{2});
-    QCOMPARE(subscriber.count(QStringLiteral("sorvik/gw/status")), 1);
-    north.close(2000);
-}
-
-void TstGatewayNorth::metricsAreServedForPrometheus()
-{
-    quint16 port = 0;
-    {
-        QTcpServer probe;
-        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
-        port = probe.serverPort();
+    if (refusal.isEmpty()) {
+        QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
+        QCOMPARE(seqsOn(subscriber, topic), QList<int>{2});
+        QCOMPARE(subscriber.count(Topics::gatewayStatus(kGateway)), 1);
+    } else {
+        QVERIFY(
+            TestSubscriber::waitFor([&] { return warned(log, qPrintable(refusal)) && north.backlog() == 1; }, 10000));
+        QVERIFY(!north.isConnected());
     }
-    GatewayMetrics metrics;
-    QString error;
-    QVERIFY2(metrics.serve(QStringLiteral("127.0.0.1:%1").arg(port), &error), qPrintable(error));
-    metrics.addCycle(QStringLiteral("c1"));
-    metrics.addCycle(QStringLiteral("c1"));
-    metrics.addCycle(QStringLiteral("c2"));
-    metrics.addFailure(QStringLiteral("c1"), 3);
-    metrics.addFailure(QStringLiteral("c2"), 3);
-    metrics.addWriteRefused(QStringLiteral("read only"));
-    metrics.addDropped(4);
-
-    const QJsonObject totals = metrics.snapshot();
-    QCOMPARE(totals.value(QLatin1String("cycles")).toInt(), 3);
-    QCOMPARE(totals.value(QLatin1String("dropped")).toInt(), 4);
-    QCOMPARE(totals.value(QLatin1String("writesRefused")).toInt(), 1);
-    QCOMPARE(totals.value(QLatin1String("failures")).toObject().value(QLatin1String("3")).toInt(), 2);
-
-    QTcpSocket socket;
-    socket.connectToHost(QHostAddress::LocalHost, port);
-    QVERIFY(socket.waitForConnected(5000));
-    socket.write("GET /metrics HTTP/1.0\r\nHost: localhost\r\n\r\n");
-    QByteArray response;
-    while (socket.waitForReadyRead(5000))
-        response += socket.readAll();
-    response += socket.readAll();
-    QVERIFY2(response.startsWith("HTTP/1.1 200"), response.left(200).constData());
-    for (const char *line : {"sorvik_gateway_cycles_total{controller=\"c1\"} 2",
-                             "sorvik_gateway_failures_total{controller=\"c2\",status=\"3\"} 1",
-                             "sorvik_gateway_writes_refused_total{reason=\"read only\"} 1",
-                             "sorvik_gateway_messages_total{outcome=\"dropped\"} 4"})
-        QVERIFY2(response.contains(line), line);
+    north.close(refusal.isEmpty() ? 2000 : 0);
 }
 
 QTEST_GUILESS_MAIN(TstGatewayNorth)

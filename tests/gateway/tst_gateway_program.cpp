@@ -250,7 +250,9 @@ private slots:
         QVERIFY(writeFile(dir.filePath(QStringLiteral("q.db")), QByteArray(4096, 'x')));
         const Run refused = gateway({file});
         QCOMPARE(refused.exitCode, 1);
-        QVERIFY2(refused.err.contains(QLatin1String("--start-afresh")), qPrintable(refused.err));
+        QVERIFY2(refused.err.contains(dir.filePath(QStringLiteral("q.db"))) &&
+                     refused.err.contains(QLatin1String("--start-afresh")),
+                 qPrintable(refused.err));
         QCOMPARE(readFile(dir.filePath(QStringLiteral("q.db"))), QByteArray(4096, 'x'));
 
         QProcess process;
@@ -265,11 +267,17 @@ private slots:
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);
         QCOMPARE(process.exitCode(), 0);
         QVERIFY(readFile(dir.filePath(QStringLiteral("q.db"))) != QByteArray(4096, 'x'));
+        const QStringList aside = QDir(dir.path()).entryList({QStringLiteral("q.db.corrupt-*")});
+        QCOMPARE(aside.size(), 1);
+        QCOMPARE(readFile(dir.filePath(aside.first())), QByteArray(4096, 'x'));
     }
 
+    // Also: the broker's password from a file, and never shown.
     void runsUntilSigterm()
     {
-        BrokerFixture broker;
+        BrokerFixture::Options options;
+        options.users = {{QStringLiteral("gateway"), QStringLiteral("pw-from-file")}};
+        BrokerFixture broker(options);
         QVERIFY2(broker.start(), qPrintable(broker.error()));
         Simulator pumps;
         Simulator tank;
@@ -284,7 +292,7 @@ private slots:
                            "heartbeat_ms = 300\n"
                            "library = \"%1\"\n"
                            "[metrics]\naddress = \"127.0.0.1:%2\"\n"
-                           "[broker]\nport = %3\n"
+                           "[broker]\nport = %3\nuser = \"gateway\"\npassword_file = \"pw\"\n"
                            "[buffer]\npath = \"queue.sqlite\"\n"
                            "[[controllers]]\nname = \"pumps\"\nconnection = \"%4\"\n"
                            "[[controllers.groups]]\nname = \"fast\"\ninterval_ms = 200\n"
@@ -304,15 +312,21 @@ private slots:
                 .arg(pumps.endpoint(), tank.endpoint())
                 .toUtf8()));
 
+        QVERIFY(writeFile(dir.filePath(QStringLiteral("pw")), "pw-from-file\n"));
+        const Run check = gateway({QStringLiteral("--check"), file});
+        QVERIFY2(check.exitCode == 0 && !check.out.contains(QLatin1String("pw-from-file")), qPrintable(check.out));
+
         TestSubscriber subscriber;
+        subscriber.setCredentials(QStringLiteral("gateway"), QStringLiteral("pw-from-file"));
         QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {QStringLiteral("sorvik/gwtest/#")}));
         QProcess process;
         process.start(QStringLiteral(SORVIK_GATEWAY_FILE), {QStringLiteral("--config"), file});
+        QByteArray errors;
         const QString fast = QStringLiteral("sorvik/gwtest/pumps/fast");
         const QString slow = QStringLiteral("sorvik/gwtest/tank/slow");
         QVERIFY2(
             TestSubscriber::waitFor([&] { return subscriber.count(fast) >= 2 && subscriber.count(slow) >= 2; }, 30000),
-            process.readAllStandardError().constData());
+            (errors += process.readAllStandardError()).constData());
 
         // Values by name, scaled with the raw value beside, units where given.
         const QJsonObject pumpsMessage = lastJson(subscriber, fast);
@@ -334,7 +348,8 @@ private slots:
                  QStringLiteral("online"));
 
         // A write reaches its own controller's poller; one for a controller the
-        // gateway does not have is answered, not dropped.
+        // gateway does not have is answered, not dropped, and logged once.
+        QVERIFY(subscriber.publish("sorvik/gwtest/boiler/write", R"({"id":"w0","tag":"setpoint","value":1})"));
         QVERIFY(subscriber.publish("sorvik/gwtest/pumps/write", R"({"id":"w1","tag":"setpoint","value":3.5})"));
         QVERIFY(subscriber.publish("sorvik/gwtest/boiler/write", R"({"id":"w2","tag":"setpoint","value":1})"));
         QVERIFY(TestSubscriber::waitFor(
@@ -345,7 +360,7 @@ private slots:
                                .value("setpoint")
                                .toObject()
                                .value("value") == 3.5 &&
-                       subscriber.count("sorvik/gwtest/boiler/write/reply") == 1;
+                       subscriber.count("sorvik/gwtest/boiler/write/reply") == 2;
             },
             20000));
         QCOMPARE(lastJson(subscriber, "sorvik/gwtest/pumps/write/reply").value("status").toInt(-1), 0);
@@ -365,12 +380,21 @@ private slots:
         while (metrics.waitForReadyRead(5000))
             answer += metrics.readAll();
         QVERIFY2(answer.startsWith("HTTP/1.1 200") || answer.startsWith("HTTP/1.0 200"), answer.left(200).constData());
+        for (const char *line : {"\nsorvik_gateway_cycles_total{controller=\"pumps\"} ",
+                                 "\nsorvik_gateway_writes_total{controller=\"pumps\",outcome=\"done\"} 1\n",
+                                 "\nsorvik_gateway_writes_refused_total{reason=\"unknown controller\"} 2\n",
+                                 "\nsorvik_gateway_messages_total{outcome=\"dropped\"} 0\n"})
+            QVERIFY2(answer.contains(line), line);
+        QVERIFY(!answer.contains("pw-from-file"));
 
         // SIGTERM: exit 0, and the gateway's retained status goes offline last.
         process.terminate();
         QVERIFY(process.waitForFinished(30000));
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);
         QCOMPARE(process.exitCode(), 0);
+        const QString log = QString::fromUtf8(errors + process.readAllStandardError());
+        QCOMPARE(log.count(QLatin1String("write refused (unknown controller)")), 1);
+        QVERIFY(!log.contains(QLatin1String("pw-from-file")));
         QVERIFY(TestSubscriber::waitFor(
             [&] {
                 const auto statuses = subscriber.messages("sorvik/gwtest/status");
@@ -378,6 +402,7 @@ private slots:
             },
             10000));
         TestSubscriber late;
+        late.setCredentials(QStringLiteral("gateway"), QStringLiteral("pw-from-file"));
         QVERIFY(late.connectAndSubscribe(broker.host(), broker.port(), {QStringLiteral("sorvik/gwtest/status")}));
         QVERIFY(TestSubscriber::waitFor([&] { return late.count("sorvik/gwtest/status") == 1; }, 10000));
         QCOMPARE(late.messages().first().payload, QByteArray("offline"));
