@@ -5,15 +5,13 @@
 // over it. Writing the file ourselves needs no capture privilege.
 
 #include <QByteArray>
+#include <QDataStream>
 #include <QFile>
-#include <QHostAddress>
 #include <QList>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
-#include <QtEndian>
 
 namespace DissectorTest {
 
@@ -23,96 +21,69 @@ struct Datagram {
     qint64 microseconds = 0; // since the start of the capture
 };
 
-struct Endpoints {
-    QHostAddress drive{QStringLiteral("127.0.0.1")};
-    quint16 drivePort = 500;
-    QHostAddress controller{QStringLiteral("127.0.0.1")};
-    quint16 controllerPort = 6123;
-};
+// The ports of a real session, whatever a test could bind: the drive's port
+// 500 (where other dissectors may claim datagrams) and a controller's.
+constexpr quint16 kDrivePort = 500;
+constexpr quint16 kControllerPort = 6123;
 
-inline QByteArray be16(quint16 v)
+// A pcap file of IPv4/UDP packets on 127.0.0.1; checksums are left 0, which
+// UDP allows and tshark does not judge.
+inline QByteArray capture(const QList<Datagram> &datagrams)
 {
-    QByteArray b(2, 0);
-    qToBigEndian(v, b.data());
-    return b;
-}
-
-inline QByteArray be32(quint32 v)
-{
-    QByteArray b(4, 0);
-    qToBigEndian(v, b.data());
-    return b;
-}
-
-inline QByteArray le32(quint32 v)
-{
-    QByteArray b(4, 0);
-    qToLittleEndian(v, b.data());
-    return b;
-}
-
-// One IPv4/UDP packet; checksums are left 0, which UDP allows and tshark does not judge.
-inline QByteArray packet(const Endpoints &e, const Datagram &d)
-{
-    const quint16 udpLength = quint16(8 + d.payload.size());
-    const QHostAddress &src = d.toController ? e.drive : e.controller;
-    const QHostAddress &dst = d.toController ? e.controller : e.drive;
-    const quint16 srcPort = d.toController ? e.drivePort : e.controllerPort;
-    const quint16 dstPort = d.toController ? e.controllerPort : e.drivePort;
-    const QByteArray ip = QByteArray::fromHex("4500") + be16(quint16(20 + udpLength)) +
-                          QByteArray::fromHex("000040004011") + be16(0) + be32(src.toIPv4Address()) +
-                          be32(dst.toIPv4Address());
-    return ip + be16(srcPort) + be16(dstPort) + be16(udpLength) + be16(0) + d.payload;
-}
-
-inline QByteArray file(const Endpoints &e, const QList<Datagram> &datagrams)
-{
-    constexpr quint32 kRawIp = 101;
-    QByteArray out =
-        le32(0xa1b2c3d4) + QByteArray::fromHex("02000400") + le32(0) + le32(0) + le32(65535) + le32(kRawIp);
+    constexpr quint32 kRawIp = 101, kLoopback = 0x7f000001;
+    QByteArray file;
+    QDataStream out(&file, QIODevice::WriteOnly);
+    out.setByteOrder(QDataStream::LittleEndian);
+    out << quint32(0xa1b2c3d4) << quint16(2) << quint16(4) << quint32(0) << quint32(0) << quint32(65535) << kRawIp;
     for (const Datagram &d : datagrams) {
-        const QByteArray p = packet(e, d);
-        out += le32(quint32(1 + d.microseconds / 1000000)) + le32(quint32(d.microseconds % 1000000)) +
-               le32(quint32(p.size())) + le32(quint32(p.size())) + p;
+        QByteArray packet;
+        QDataStream ip(&packet, QIODevice::WriteOnly); // network byte order
+        const quint16 udpLength = quint16(8 + d.payload.size());
+        ip << quint16(0x4500) << quint16(20 + udpLength) << quint16(0) << quint16(0x4000) << quint16(0x4011)
+           << quint16(0) << kLoopback << kLoopback;
+        ip << (d.toController ? kDrivePort : kControllerPort) << (d.toController ? kControllerPort : kDrivePort)
+           << udpLength << quint16(0);
+        packet += d.payload;
+        out << quint32(1 + d.microseconds / 1000000) << quint32(d.microseconds % 1000000) << quint32(packet.size())
+            << quint32(packet.size());
+        out.writeRawData(packet.constData(), packet.size());
     }
-    return out;
+    return file;
 }
 
 struct Result {
-    bool ran = false;
-    int exitCode = -1;
+    bool ok = false;   // tshark ran to its end without an error of the dissector
     QStringList lines; // one per frame, fields joined by '|'
     QString errors;
 };
 
 // Runs tshark with the dissector over the datagrams and prints the given fields.
 // Two passes, so that a request also shows the frame of its reply.
-inline Result dissect(const QString &tshark, const Endpoints &e, const QList<Datagram> &datagrams,
-                      const QStringList &fieldNames)
+inline Result dissect(const QString &tshark, const QList<Datagram> &datagrams, const QStringList &fieldNames)
 {
     Result result;
     QTemporaryDir dir;
-    QFile capture(dir.filePath(QStringLiteral("session.pcap")));
-    if (!dir.isValid() || !capture.open(QIODevice::WriteOnly)) {
+    QFile file(dir.filePath(QStringLiteral("session.pcap")));
+    if (!dir.isValid() || !file.open(QIODevice::WriteOnly)) {
         result.errors = QStringLiteral("cannot write the capture file");
         return result;
     }
-    capture.write(file(e, datagrams));
-    capture.close();
+    file.write(capture(datagrams));
+    file.close();
 
     QStringList arguments{QStringLiteral("-n"), QStringLiteral("-2"),
-                          QStringLiteral("-X"), QStringLiteral("lua_script:") + QStringLiteral(SORVIK_DISSECTOR_FILE),
-                          QStringLiteral("-o"), QStringLiteral("sorvik.port:%1").arg(e.controllerPort),
-                          QStringLiteral("-r"), capture.fileName(),
+                          QStringLiteral("-X"), QStringLiteral("lua_script:" SORVIK_DISSECTOR_FILE),
+                          QStringLiteral("-o"), QStringLiteral("sorvik.port:%1").arg(kControllerPort),
+                          QStringLiteral("-r"), file.fileName(),
                           QStringLiteral("-T"), QStringLiteral("fields"),
                           QStringLiteral("-E"), QStringLiteral("separator=|")};
     for (const QString &name : fieldNames)
         arguments << QStringLiteral("-e") << name;
     QProcess process;
     process.start(tshark, arguments);
-    result.ran = process.waitForFinished(120000);
-    result.exitCode = process.exitCode();
+    const bool ran = process.waitForFinished(120000);
     result.errors = QString::fromUtf8(process.readAllStandardError());
+    result.ok = ran && process.exitCode() == 0 && !result.errors.contains(QStringLiteral("Lua"));
     result.lines = QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
     return result;
 }

@@ -5,6 +5,7 @@
 #include "DissectorTestSupport.h"
 #include "TestSupport.h"
 #include "link/SorvikProtocol.h"
+#include "tests/cli/CliTestSupport.h"
 
 #include <QElapsedTimer>
 #include <QNetworkDatagram>
@@ -14,21 +15,15 @@
 
 #include <iterator>
 
-#ifndef SORVIK_SIM_FILE
-#define SORVIK_SIM_FILE SORVIK_BINARY_DIR "/sim/sorvik-sim"
-#endif
-
 using DissectorTest::Datagram;
 
 namespace {
 
-QByteArray head(quint8 function, int area, int address, int length)
+// A request head as the drive sends it; a write's data follows it.
+QByteArray head(char function, int area, int address, int length)
 {
-    QByteArray frame(SorvikProtocol::kRequestHeadSize, '\0');
-    frame[0] = char(function);
-    frame[1] = char(SorvikProtocol::kRequestByte1);
-    frame[2] = char(SorvikProtocol::kRequestByte2);
-    frame[3] = char(SorvikProtocol::kRequestByte3);
+    QByteArray frame = QByteArray::fromHex("0001010000000000000000");
+    frame[0] = function;
     frame[SorvikProtocol::kOffsetArea] = char(area);
     SorvikProtocol::put24(frame.data() + SorvikProtocol::kOffsetAddress, address);
     SorvikProtocol::put24(frame.data() + SorvikProtocol::kOffsetLength, length);
@@ -37,12 +32,12 @@ QByteArray head(quint8 function, int area, int address, int length)
 
 QByteArray readFrame(int area, int address, int length)
 {
-    return head(SorvikProtocol::kReadFunction, area, address, length);
+    return head(1, area, address, length);
 }
 
 QByteArray writeFrame(int area, int address, int length, const QByteArray &data)
 {
-    return head(SorvikProtocol::kWriteFunction, area, address, length) + data;
+    return head(2, area, address, length) + data;
 }
 
 const QByteArray kHandshake = QByteArray::fromHex("0401");
@@ -66,33 +61,18 @@ const QString kNoRequest =
     QStringLiteral("Warning/Sequence: No request is waiting for this reply; the drive takes it for the next one");
 const QString kUnanswered = QStringLiteral("Warning/Sequence: No reply came before the next request");
 
-// A simulator program on this test's loopback address and a socket that
-// talks to it, recording every datagram in the order it went or came.
+// A simulator program and a socket that talks to it, recording every
+// datagram in the order it went or came.
 class SimSession
 {
 public:
-    ~SimSession()
-    {
-        m_process.kill();
-        m_process.waitForFinished(5000);
-    }
-
     bool start(const QStringList &options)
     {
-        m_process.start(QStringLiteral(SORVIK_SIM_FILE),
-                        QStringList{"--address", TestSupport::testHost().toString()} + options);
-        if (!m_process.waitForStarted(10000))
-            return false;
-        while (!m_process.canReadLine() && m_process.waitForReadyRead(10000)) {
-        }
-        const QString where = QString::fromUtf8(m_process.readLine()).trimmed();
-        const QStringList hostPort = where.mid(4).split(':');
-        if (!where.startsWith(QLatin1String("udp ")) || hostPort.size() != 2)
-            return false;
-        m_controller = QHostAddress(hostPort[0]);
-        m_controllerPort = quint16(hostPort[1].toUInt());
+        const QStringList hostPort = (m_sim.startUdp(options) ? m_sim.connectText() : QString()).split(':');
+        m_controller = QHostAddress(hostPort.value(0));
+        m_controllerPort = quint16(hostPort.value(1).toUInt());
         m_clock.start();
-        return m_socket.bind(TestSupport::testHost(), 0);
+        return m_controllerPort != 0 && m_socket.bind(TestSupport::testHost(), 0);
     }
 
     // Runs the script; false if a datagram that the simulator must send never came.
@@ -100,33 +80,24 @@ public:
     {
         for (const Step &step : script) {
             m_socket.writeDatagram(step.request, m_controller, m_controllerPort);
-            m_datagrams << Datagram{true, step.request, m_clock.nsecsElapsed() / 1000};
+            datagrams << Datagram{true, step.request, m_clock.nsecsElapsed() / 1000};
             for (int i = 0; i < step.datagrams; ++i) {
                 if (!m_socket.hasPendingDatagrams() && !m_socket.waitForReadyRead(10000))
                     return false;
-                m_datagrams << Datagram{false, m_socket.receiveDatagram().data(), m_clock.nsecsElapsed() / 1000};
+                datagrams << Datagram{false, m_socket.receiveDatagram().data(), m_clock.nsecsElapsed() / 1000};
             }
         }
         return true;
     }
 
-    QString simErrors() { return QString::fromUtf8(m_process.readAllStandardError()); }
-    // The capture shows the ports of a real session, whatever this test could
-    // bind: the drive's port 500 (where other dissectors may claim datagrams)
-    // and a fixed controller port.
-    DissectorTest::Endpoints endpoints() const
-    {
-        return {TestSupport::testHost(), SorvikProtocol::kLocalUdpPort, TestSupport::testHost(), 6123};
-    }
-    const QList<Datagram> &datagrams() const { return m_datagrams; }
+    QList<Datagram> datagrams;
 
 private:
-    QProcess m_process;
+    CliTest::Simulator m_sim;
     QUdpSocket m_socket;
     QElapsedTimer m_clock;
     QHostAddress m_controller;
     quint16 m_controllerPort = 0;
-    QList<Datagram> m_datagrams;
 };
 
 } // namespace
@@ -170,11 +141,10 @@ void TestDissector::decodesEveryFrameKind()
         {true, readFrame(18, 3996, 8)},
     };
     const DissectorTest::Result result =
-        DissectorTest::dissect(m_tshark, {}, frames,
+        DissectorTest::dissect(m_tshark, frames,
                                {"sorvik.kind", "sorvik.prefix", "sorvik.address", "sorvik.length", "sorvik.data",
                                 "sorvik.string.text", "sorvik.request_in", "sorvik.response_in"});
-    QVERIFY2(result.ran && result.exitCode == 0, qPrintable(result.errors));
-    QVERIFY2(!result.errors.contains(QStringLiteral("Lua")), qPrintable(result.errors));
+    QVERIFY2(result.ok, qPrintable(result.errors));
 
     const QStringList expected = {
         "Handshake request|||||||2",
@@ -282,15 +252,12 @@ void TestDissector::labelsRepliesByTheirRequest()
     QFETCH(QStringList, options);
     QFETCH(Script, script);
     QFETCH(QStringList, expected);
-    if (!QFile::exists(QStringLiteral(SORVIK_SIM_FILE)))
-        QSKIP("sorvik-sim is not built");
-
     SimSession session;
-    QVERIFY2(session.start(options), qPrintable(session.simErrors()));
-    QVERIFY2(session.run(script), qPrintable(session.simErrors()));
+    QVERIFY(session.start(options));
+    QVERIFY(session.run(script));
     const DissectorTest::Result result =
-        DissectorTest::dissect(m_tshark, session.endpoints(), session.datagrams(), {"_ws.col.Info", "_ws.expert"});
-    QVERIFY2(result.ran && result.exitCode == 0, qPrintable(result.errors));
+        DissectorTest::dissect(m_tshark, session.datagrams, {"_ws.col.Info", "_ws.expert"});
+    QVERIFY2(result.ok, qPrintable(result.errors));
     QStringList lines = result.lines;
     lines.replaceInStrings(QRegularExpression(QStringLiteral("Expert Info \\(([^)]*)\\): ")), QStringLiteral("\\1: "));
     QCOMPARE(lines, expected);
@@ -320,9 +287,8 @@ void TestDissector::survivesAnyBytes()
         frames << Datagram{random.bounded(2) == 0, payload, i * 1000};
     }
     const DissectorTest::Result result = DissectorTest::dissect(
-        m_tshark, {}, frames, {"frame.number", "_ws.col.Protocol", "_ws.col.Info", "_ws.expert.message"});
-    QVERIFY2(result.ran && result.exitCode == 0, qPrintable(result.errors));
-    QVERIFY2(!result.errors.contains(QStringLiteral("Lua")), qPrintable(result.errors));
+        m_tshark, frames, {"frame.number", "_ws.col.Protocol", "_ws.col.Info", "_ws.expert.message"});
+    QVERIFY2(result.ok, qPrintable(result.errors));
     QCOMPARE(result.lines.size(), frames.size());
     // A Lua error shows as an expert message; a frame left to UDP or another
     // dissector shows in the protocol and Info columns.
