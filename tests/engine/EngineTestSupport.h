@@ -158,15 +158,15 @@ inline bool sameValue(const QVariant &a, const QVariant &b)
     return listed ? equal : a == b;
 }
 
-// The one-tag read path: logs "tag type count", the connection and time; `answer` replies.
+// The one-tag read path of an engine: logs "tag type count", the connection and time; `answer` replies.
 struct ReadPath {
     QStringList calls;
     QStringList connects;
-    QList<qint64> times; // ms since install
+    QList<qint64> times; // ms since made
     QElapsedTimer clock;
     std::function<CLabelVariable(const QString &tag, DataType type, int count)> answer;
 
-    void install(CInductiveDrive &engine)
+    explicit ReadPath(CInductiveDrive &engine)
     {
         clock.start();
         engine.m_readCallback = [this](const QString &connectPar, const QString &tag, DataType type, int count) {
@@ -178,7 +178,7 @@ struct ReadPath {
     }
 };
 
-// The one-tag write path: Ok with a time, or the status set for the tag; a count below 1 is refused.
+// The one-tag write path of an engine: Ok with a time, or the status set for the tag; a count below 1 is refused.
 struct WritePath {
     struct Call {
         QString connectPar;
@@ -190,7 +190,7 @@ struct WritePath {
     QList<Call> calls;
     QHash<QString, int> statusOfTag;
 
-    void install(CInductiveDrive &engine)
+    explicit WritePath(CInductiveDrive &engine)
     {
         engine.m_writeCallback = [this](const QString &connectPar, const QString &tag, DataType type, QVariant value,
                                         int count) {

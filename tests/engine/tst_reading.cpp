@@ -24,10 +24,9 @@ struct Device : EngineTest::ReadPath {
     QVariant forcedValue; // a value of the wrong type, if set
     const QDateTime time = QDateTime(QDate(2024, 3, 1), QTime(12, 0, 5));
 
-    explicit Device(CInductiveDrive &engine)
+    explicit Device(CInductiveDrive &engine) : ReadPath(engine)
     {
         answer = [this](const QString &tag, DataType type, int count) { return reply(tag, type, count); };
-        install(engine);
     }
     CLabelVariable reply(const QString &tag, DataType type, int count) const
     {
@@ -75,7 +74,7 @@ const QString kSerial = QStringLiteral("COM3,9600,8,1,N");
 
 // Answers with the count of reads so far; SO and tags of no area fail with 3.
 struct Recorder : EngineTest::ReadPath {
-    explicit Recorder(CInductiveDrive &engine)
+    explicit Recorder(CInductiveDrive &engine) : ReadPath(engine)
     {
         answer = [this](const QString &tag, DataType type, int count) {
             CLabelVariable reply;
@@ -86,7 +85,6 @@ struct Recorder : EngineTest::ReadPath {
             reply.value = QVariant::fromValue(QList<int>{calls.size()});
             return reply;
         };
-        install(engine);
     }
 };
 

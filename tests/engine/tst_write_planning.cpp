@@ -178,10 +178,8 @@ private slots:
         const SWriteGroup blank = engine.GetInductiveDrive_Write("udp", entries("AI1/8:1"));
         QVERIFY(blank.areaText.isEmpty() && !blank.start.isValid() && !blank.data.isValid());
         QVERIFY(blank.length == 0 && blank.kind == 0 && engine.GetInductiveDrive_Write("udp").isEmpty());
-        WritePath writes;
-        writes.install(engine);
-        ReadPath reads;
-        reads.install(engine);
+        WritePath writes(engine);
+        ReadPath reads(engine);
 
         const QList<SWriteInfo> ai = entries("AI1/8:1 AI7/8:7");
         const QList<SWriteInfo> refused = entries("XY1/8:1 AI1/0:2 AB1/8:3");

@@ -43,8 +43,7 @@ private slots:
     {
         QFETCH(SWriteInfo, info);
         CInductiveDrive engine;
-        WritePath path;
-        path.install(engine);
+        WritePath path(engine);
         const CLabelVariable record = engine.PointWriting("udp", info);
 
         QCOMPARE(path.calls.size(), 1);
@@ -83,8 +82,7 @@ private slots:
         QFETCH(QString, tag);
         QFETCH(QStringList, sent);
         CInductiveDrive engine;
-        WritePath path;
-        path.install(engine);
+        WritePath path(engine);
         const CLabelVariable record = engine.PointWriting("udp", entry(tag, TYPE_STRING, value));
         QStringList writes;
         for (const WritePath::Call &call : qAsConst(path.calls)) {
@@ -109,9 +107,8 @@ private slots:
     void listWritesEveryEntryAndPausesAfterEach()
     {
         CInductiveDrive engine;
-        WritePath path;
+        WritePath path(engine);
         path.statusOfTag.insert("AI2", 8);
-        path.install(engine);
         const QList<SWriteInfo> infos = entries("AI1/8:1 AI2/8:2 SI3/12:one SI3/12:two");
         QElapsedTimer clock;
         clock.start();
@@ -139,8 +136,7 @@ private slots:
         const QList<SWriteInfo> infos = entries("AI1/8:1 XY1/8:1");
         QCOMPARE(engine.PointWriting("udp", infos[0]).status, 1);
         QCOMPARE(engine.PointWriting("udp", infos, 0).value(infos[1]).status, 1);
-        WritePath path;
-        path.install(engine);
+        WritePath path(engine);
         engine.InductiveDrive_Write("udp", infos);
         engine.PointWriting("udp", infos, 0);
         QCOMPARE(path.calls.size(), 2);
@@ -151,8 +147,7 @@ private slots:
     void byteBlockGoesOutAsOneInt8Write()
     {
         CInductiveDrive engine;
-        WritePath path;
-        path.install(engine);
+        WritePath path(engine);
         const QList<SWriteInfo> group = engine.InductiveDrive_Write("udp", threeFloats).first();
         engine.InductiveDrive_Write("serial", threeFloats);
 
@@ -183,8 +178,7 @@ private slots:
     void bitBlockGoesOutAsPoints()
     {
         CInductiveDrive engine;
-        WritePath path;
-        path.install(engine);
+        WritePath path(engine);
         const QList<SWriteInfo> infos = entries("DI1/1:1 DI2/1:0 DI3/1:1 DI4/1:0 DI5/1:1 DI6/1:0 DI7/1:1 DI8/1:0");
         const QMap<SWriteInfo, CLabelVariable> results =
             engine.BlockWriting("udp", engine.InductiveDrive_Write("udp", infos).first());
@@ -200,8 +194,7 @@ private slots:
     void stringBlocks()
     {
         CInductiveDrive engine;
-        WritePath path;
-        path.install(engine);
+        WritePath path(engine);
         const SWriteInfo si = entry("SI0003", TYPE_STRING, values<QString>({"abc"}));
         const SWriteInfo ai = entry("AI5", TYPE_STRING, values<QString>({"abc"}));
         const QList<QList<SWriteInfo>> groups = engine.InductiveDrive_Write("udp", {si, ai});
@@ -219,8 +212,7 @@ private slots:
     void groupFindsItsBlockByTagsOnly()
     {
         CInductiveDrive engine;
-        WritePath path;
-        path.install(engine);
+        WritePath path(engine);
         engine.InductiveDrive_Write("udp", threeFloats);
         QVERIFY(engine.BlockWriting("udp", {threeFloats.at(1), threeFloats.at(0), threeFloats.at(2)}).isEmpty());
         QVERIFY(engine.BlockWriting("serial", threeFloats).isEmpty());
