@@ -55,7 +55,7 @@ struct ChaosPlan {
     // Reconnection of every controller, and the bounds the checks allow.
     static constexpr int kLostAfterCycles = 3;
     static constexpr int kFirstPauseMs = 300;
-    static constexpr int kLongestPauseMs = 1500;
+    static constexpr int kLongestPauseMs = 1000;
     qint64 lostBoundMs() const;   // from a kill of its simulator to the controller's loss
     qint64 onlineBoundMs() const; // from a restart to the controller online again
     int longestIntervalMs() const;

@@ -334,7 +334,7 @@ int ChaosSoak::run()
                 if (event.downMs >= m_plan.lostBoundMs())
                     m_checker.expectLost(k, killed, killed + m_plan.lostBoundMs());
                 m_checker.expectOnline(k, now(), now() + m_plan.onlineBoundMs(),
-                                       QStringLiteral("its simulator's restart"));
+                                       QStringLiteral("its simulator's restart"), killed);
             }
             break;
         }

@@ -198,9 +198,10 @@ void InvariantChecker::expectLost(int controller, qint64 afterMs, qint64 byMs)
     m_expectations << Expectation{controller, false, afterMs, byMs, QString()};
 }
 
-void InvariantChecker::expectOnline(int controller, qint64 afterMs, qint64 byMs, const QString &because)
+void InvariantChecker::expectOnline(int controller, qint64 afterMs, qint64 byMs, const QString &because,
+                                    qint64 unlessSinceMs)
 {
-    m_expectations << Expectation{controller, true, afterMs, byMs, because};
+    m_expectations << Expectation{controller, true, afterMs, byMs, because, unlessSinceMs};
 }
 
 bool InvariantChecker::evaluate(const Expectation &e)
@@ -217,6 +218,11 @@ bool InvariantChecker::evaluate(const Expectation &e)
         return false;
     }
     QString latest = QStringLiteral("none");
+    bool left = e.unlessSinceMs == 0;
+    for (const auto &status : statuses)
+        left = left || (status.first > e.unlessSinceMs && status.second != QLatin1String("online"));
+    if (!left)
+        return true;
     for (const auto &status : statuses) {
         if (status.first > e.afterMs && status.first <= e.byMs && status.second == QLatin1String("online"))
             return true;
@@ -250,8 +256,7 @@ void InvariantChecker::finish()
     for (const Held &row : qAsConst(m_held)) {
         held[row.topic][row.boot].insert(row.seq);
         const Arrival arrived = m_streams.value(row.topic).arrivals.value(row.boot).value(row.seq);
-        const int owner = qMax(0, runOfBoot(row.boot));
-        if (row.sinceMs == m_runs.at(owner).stoppingMs && owner == m_runs.size() - 1)
+        if (row.sinceMs == m_runs.last().stoppingMs)
             continue; // queued for a start that this run does not make
         // A copy that arrived before the kill does not count: the restarted
         // gateway must send the row again.

@@ -32,9 +32,11 @@ public:
     void gatewayStopped(const QList<QueuedRow> &left);
 
     void take(const ChaosSubscriber::Message &message);
-    // The controller says lost (or reconnecting), or online, within (after, by].
+    // The controller says lost (or reconnecting), or online, within (after,
+    // by]. With `unlessSinceMs`, online is due only if it said anything else
+    // since then: a controller back before the gateway noticed stays online.
     void expectLost(int controller, qint64 afterMs, qint64 byMs);
-    void expectOnline(int controller, qint64 afterMs, qint64 byMs, const QString &because);
+    void expectOnline(int controller, qint64 afterMs, qint64 byMs, const QString &because, qint64 unlessSinceMs = 0);
     void tick(qint64 nowMs);
     // The accounting of every sequence number; after the last run.
     void finish();
@@ -84,6 +86,7 @@ private:
         qint64 afterMs = 0;
         qint64 byMs = 0;
         QString because;
+        qint64 unlessSinceMs = 0;
     };
 
     int runOfBoot(qint64 boot) const;
