@@ -137,9 +137,6 @@ public:
         }
     }
 
-    // The broker's own log so far, for a failing test's message.
-    QByteArray log() { return m_process.readAll(); }
-
 private:
     static bool failWith(QString *error, const QString &message)
     {

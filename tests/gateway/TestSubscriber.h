@@ -103,11 +103,6 @@ public:
         return out;
     }
     int count(const QString &topic) const { return messages(topic).size(); }
-    void clear()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_messages.clear();
-    }
 
     // Spins the Qt event loop until the condition holds or the time is up.
     static bool waitFor(const std::function<bool()> &condition, int timeoutMs)

@@ -90,10 +90,9 @@ private slots:
     void fullQueueDropsTheOldestAndCountsThem();
     void unusableQueueFileIsRefusedOrMovedAside_data();
     void unusableQueueFileIsRefusedOrMovedAside();
-    void brokerTakesOnlyTheRightPassword_data();
-    void brokerTakesOnlyTheRightPassword();
-    void tlsNeedsTheAuthorityAndAClientCertificate_data();
-    void tlsNeedsTheAuthorityAndAClientCertificate();
+    void brokerLetsInOnlyWhomItShould_data();
+    void brokerLetsInOnlyWhomItShould();
+    void metricsAreServedForPrometheus();
 
 private:
     QTemporaryDir m_dir;
@@ -406,79 +405,54 @@ void TstGatewayNorth::unusableQueueFileIsRefusedOrMovedAside()
     again.close(0);
 }
 
-void TstGatewayNorth::brokerTakesOnlyTheRightPassword_data()
+void TstGatewayNorth::brokerLetsInOnlyWhomItShould_data()
 {
-    QTest::addColumn<QString>("user");
-    QTest::addColumn<QString>("password");
-    QTest::addColumn<bool>("taken");
-    QTest::newRow("right") << "gateway"
-                           << "s3cret-right" << true;
-    QTest::newRow("wrong") << "gateway"
-                           << "s3cret-wrong" << false;
-    QTest::newRow("none") << ""
-                          << "" << false;
-}
-
-// A refusal is said once, data waits in the queue, and no log line holds a password.
-void TstGatewayNorth::brokerTakesOnlyTheRightPassword()
-{
-    QFETCH(QString, user);
-    QFETCH(QString, password);
-    QFETCH(bool, taken);
-    BrokerFixture::Options options;
-    options.users = {{QStringLiteral("gateway"), QStringLiteral("s3cret-right")}};
-    BrokerFixture broker(options);
-    QVERIFY2(broker.start(), qPrintable(broker.error()));
-    TestSubscriber subscriber;
-    subscriber.setCredentials(QStringLiteral("gateway"), QStringLiteral("s3cret-right"));
-    QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
-    const QString topic = Topics::data(kGateway, QStringLiteral("c1"), QStringLiteral("g"));
-    GatewayConfig config =
-        configFor(broker, m_dir.filePath(QStringLiteral("password-%1.db").arg(QTest::currentDataTag())));
-    config.broker.user = user;
-    config.broker.password = password;
-    TestSupport::LogCapture log;
-    Northbound north(config, nullptr);
-    QString error;
-    QVERIFY2(north.open(&error), qPrintable(error));
-    north.publishData(topic, dataMessage(1));
-    if (taken) {
-        QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
-    } else {
-        QVERIFY(TestSubscriber::waitFor([&] { return warned(log, "refused the connection: ") && north.backlog() == 1; },
-                                        10000));
-        QVERIFY(!north.isConnected());
-    }
-    north.close(taken ? 2000 : 0);
-    for (const TestSupport::LogLine &line : log.all())
-        QVERIFY2(!line.text.contains(QLatin1String("s3cret")), qPrintable(line.text));
-}
-
-void TstGatewayNorth::tlsNeedsTheAuthorityAndAClientCertificate_data()
-{
+    QTest::addColumn<bool>("tls");         // else the broker wants a password
+    QTest::addColumn<QString>("password"); // the gateway's; empty: none
     QTest::addColumn<bool>("ownAuthority");
     QTest::addColumn<bool>("certificate");
-    QTest::addColumn<QString>("refusal");
-    QTest::newRow("with a client certificate") << true << true << "";
-    QTest::newRow("without") << true << false << "not reachable";
+    QTest::addColumn<QString>("refusal"); // what the warning says; empty: let in
+    QTest::newRow("right password") << false << "s3cret-right" << true << false << "";
+    QTest::newRow("wrong password") << false << "s3cret-wrong" << true << false << "refused the connection: ";
+    QTest::newRow("no password") << false << "" << true << false << "refused the connection: ";
+    QTest::newRow("client certificate") << true << "" << true << true << "";
+    QTest::newRow("no client certificate") << true << "" << true << false << "not reachable";
     // A broker whose certificate our authority did not sign is not spoken to.
-    QTest::newRow("broker of another authority") << false << true << "TLS";
+    QTest::newRow("broker of another authority") << true << "" << false << true << "TLS";
 }
 
-void TstGatewayNorth::tlsNeedsTheAuthorityAndAClientCertificate()
+// Let in, or refused and said once while data waits in the queue; no log
+// line holds a password.
+void TstGatewayNorth::brokerLetsInOnlyWhomItShould()
 {
+    QFETCH(bool, tls);
+    QFETCH(QString, password);
     QFETCH(bool, ownAuthority);
     QFETCH(bool, certificate);
     QFETCH(QString, refusal);
-    BrokerFixture::Options options = m_tls;
-    options.requireCertificate = true;
+    BrokerFixture::Options options;
+    if (tls) {
+        options = m_tls;
+        options.requireCertificate = true;
+    } else {
+        options.users = {{QStringLiteral("gateway"), QStringLiteral("s3cret-right")}};
+    }
     BrokerFixture broker(options);
     QVERIFY2(broker.start(), qPrintable(broker.error()));
     TestSubscriber subscriber;
-    subscriber.setTls(m_tls.caFile, m_tls.clientCertFile, m_tls.clientKeyFile);
+    if (tls)
+        subscriber.setTls(m_tls.caFile, m_tls.clientCertFile, m_tls.clientKeyFile);
+    else
+        subscriber.setCredentials(QStringLiteral("gateway"), QStringLiteral("s3cret-right"));
     QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {kAll}));
-    GatewayConfig config = configFor(broker, m_dir.filePath(QStringLiteral("tls-%1.db").arg(QTest::currentDataTag())));
-    config.broker.caFile = ownAuthority ? m_tls.caFile : m_stranger.caFile;
+    GatewayConfig config =
+        configFor(broker, m_dir.filePath(QStringLiteral("login-%1.db").arg(QTest::currentDataTag())));
+    if (!password.isEmpty()) {
+        config.broker.user = QStringLiteral("gateway");
+        config.broker.password = password;
+    }
+    if (tls)
+        config.broker.caFile = ownAuthority ? m_tls.caFile : m_stranger.caFile;
     if (certificate) {
         config.broker.certFile = m_tls.clientCertFile;
         config.broker.keyFile = m_tls.clientKeyFile;
@@ -488,10 +462,9 @@ void TstGatewayNorth::tlsNeedsTheAuthorityAndAClientCertificate()
     Northbound north(config, nullptr);
     QString error;
     QVERIFY2(north.open(&error), qPrintable(error));
-    north.publishData(topic, dataMessage(2));
+    north.publishData(topic, dataMessage(1));
     if (refusal.isEmpty()) {
         QVERIFY(TestSubscriber::waitFor([&] { return subscriber.count(topic) == 1; }, 10000));
-        QCOMPARE(seqsOn(subscriber, topic), QList<int>{2});
         QCOMPARE(subscriber.count(Topics::gatewayStatus(kGateway)), 1);
     } else {
         QVERIFY(
@@ -499,6 +472,36 @@ void TstGatewayNorth::tlsNeedsTheAuthorityAndAClientCertificate()
         QVERIFY(!north.isConnected());
     }
     north.close(refusal.isEmpty() ? 2000 : 0);
+    for (const TestSupport::LogLine &line : log.all())
+        QVERIFY2(!line.text.contains(QLatin1String("s3cret")), qPrintable(line.text));
+}
+
+void TstGatewayNorth::metricsAreServedForPrometheus()
+{
+    QTcpServer probe;
+    QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
+    const quint16 port = probe.serverPort();
+    probe.close();
+    GatewayMetrics metrics;
+    QString error;
+    QVERIFY2(metrics.serve(QStringLiteral("127.0.0.1:%1").arg(port), &error), qPrintable(error));
+    metrics.addFailure(QStringLiteral("c1"), 3);
+    metrics.addFailure(QStringLiteral("c2"), 3);
+    metrics.addDropped(4);
+    QCOMPARE(metrics.snapshot().value(QLatin1String("failures")).toObject(), QJsonObject({{"3", 2}}));
+    QCOMPARE(metrics.snapshot().value(QLatin1String("dropped")).toInt(), 4);
+
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    QVERIFY(socket.waitForConnected(5000));
+    socket.write("GET /metrics HTTP/1.0\r\nHost: localhost\r\n\r\n");
+    QByteArray response;
+    while (socket.waitForReadyRead(5000))
+        response += socket.readAll();
+    QVERIFY2(response.startsWith("HTTP/1.1 200"), response.left(200).constData());
+    for (const char *line : {"sorvik_gateway_failures_total{controller=\"c2\",status=\"3\"} 1",
+                             "sorvik_gateway_messages_total{outcome=\"dropped\"} 4"})
+        QVERIFY2(response.contains(line), line);
 }
 
 QTEST_GUILESS_MAIN(TstGatewayNorth)

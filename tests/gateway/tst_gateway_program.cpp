@@ -204,46 +204,9 @@ private slots:
                               .arg(file));
     }
 
-    void startAfreshTakesAnUnusableQueue()
-    {
-        BrokerFixture broker;
-        QVERIFY2(broker.start(), qPrintable(broker.error()));
-        QTemporaryDir dir;
-        const QString file = dir.filePath(QStringLiteral("gw.toml"));
-        QVERIFY(writeFile(file, QStringLiteral("name = \"gw\"\n[broker]\nport = %1\n[buffer]\npath = \"q.db\"\n"
-                                               "[[controllers]]\nname = \"plc1\"\nconnection = \"%2:6000\"\n"
-                                               "[[controllers.groups]]\nname = \"g\"\ninterval_ms = 1000\n"
-                                               "tags = [ { name = \"a\", tag = \"AI1\", type = \"float\" } ]\n")
-                                    .arg(broker.port())
-                                    .arg(controllerAddress(9))
-                                    .toUtf8()));
-        QVERIFY(writeFile(dir.filePath(QStringLiteral("q.db")), QByteArray(4096, 'x')));
-        const Run refused = gateway({file});
-        QCOMPARE(refused.exitCode, 1);
-        QVERIFY2(refused.err.contains(dir.filePath(QStringLiteral("q.db"))) &&
-                     refused.err.contains(QLatin1String("--start-afresh")),
-                 qPrintable(refused.err));
-        QCOMPARE(readFile(dir.filePath(QStringLiteral("q.db"))), QByteArray(4096, 'x'));
-
-        QProcess process;
-        process.start(QStringLiteral(SORVIK_GATEWAY_FILE), {QStringLiteral("--start-afresh"), file});
-        TestSubscriber subscriber;
-        QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {QStringLiteral("sorvik/gw/status")}));
-        QVERIFY(TestSubscriber::waitFor(
-            [&] { return !subscriber.messages().isEmpty() && subscriber.messages().last().payload == "online"; },
-            20000));
-        process.terminate();
-        QVERIFY(process.waitForFinished(20000));
-        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(process.exitCode(), 0);
-        QVERIFY(readFile(dir.filePath(QStringLiteral("q.db"))) != QByteArray(4096, 'x'));
-        const QStringList aside = QDir(dir.path()).entryList({QStringLiteral("q.db.corrupt-*")});
-        QCOMPARE(aside.size(), 1);
-        QCOMPARE(readFile(dir.filePath(aside.first())), QByteArray(4096, 'x'));
-    }
-
-    // Also: the broker's password from a file, never shown, and the README's
-    // ACL in force.
+    // Also: an unusable queue file refused, then moved aside by
+    // --start-afresh; the broker's password from a file, never shown; and the
+    // README's ACL in force.
     void runsUntilSigterm()
     {
         BrokerFixture::Options options;
@@ -294,8 +257,17 @@ private slots:
         TestSubscriber subscriber;
         subscriber.setCredentials(QStringLiteral("operator"), QStringLiteral("op"));
         QVERIFY(subscriber.connectAndSubscribe(broker.host(), broker.port(), {QStringLiteral("sorvik/gwtest/#")}));
+        const QString queue = dir.filePath(QStringLiteral("queue.sqlite"));
+        QVERIFY(writeFile(queue, QByteArray(4096, 'x')));
+        const Run refused = gateway({file});
+        QCOMPARE(refused.exitCode, 1);
+        QVERIFY2(refused.err.contains(queue) && refused.err.contains(QLatin1String("--start-afresh")),
+                 qPrintable(refused.err));
+        QCOMPARE(readFile(queue), QByteArray(4096, 'x'));
+
         QProcess process;
-        process.start(QStringLiteral(SORVIK_GATEWAY_FILE), {QStringLiteral("--config"), file});
+        process.start(QStringLiteral(SORVIK_GATEWAY_FILE),
+                      {QStringLiteral("--start-afresh"), QStringLiteral("--config"), file});
         QByteArray errors;
         const QString fast = QStringLiteral("sorvik/gwtest/pumps/fast");
         const QString slow = QStringLiteral("sorvik/gwtest/tank/slow");
@@ -370,6 +342,10 @@ private slots:
         const QString log = QString::fromUtf8(errors + process.readAllStandardError());
         QCOMPARE(log.count(QLatin1String("write refused (unknown controller)")), 1);
         QVERIFY(!log.contains(QLatin1String("pw-from-file")));
+        const QStringList aside = QDir(dir.path()).entryList({QStringLiteral("queue.sqlite.corrupt-*")});
+        QCOMPARE(aside.size(), 1);
+        QCOMPARE(readFile(dir.filePath(aside.first())), QByteArray(4096, 'x'));
+        QVERIFY(readFile(queue) != QByteArray(4096, 'x'));
         QVERIFY(TestSubscriber::waitFor(
             [&] {
                 const auto statuses = subscriber.messages("sorvik/gwtest/status");
