@@ -46,9 +46,6 @@ private slots:
         row("wrapping bit", {"read", "DI16777217:bool"}, 1, "beyond the 24-bit address field");
         row("wrapping end", {"read", "AI4194304:int32x2"}, 1, "ends at wire address 16777219");
         row("wrapping string", {"read", "SI65537:string"}, 1, "beyond the 24-bit address field");
-        row("wrapping plan", {"plan", "AI4194305:int32"}, 1, "beyond the 24-bit address field");
-        row("wrapping poll", {"poll", "NAI4194305:float"}, 1, "beyond the 24-bit address field");
-        row("wrapping write-plan", {"write-plan", "LW4194305:int32=1"}, 1, "beyond the 24-bit address field");
         row("wide type on bits", {"read", "DI1:int16"}, 1, "DI is a bit area");
         row("values without count", {"write", "AO1:float=1,5"}, 1, "2 values for one element");
         row("count and values differ", {"write", "AO1:floatx3=1,5"}, 1, "the count says 3 elements but 2 values");
