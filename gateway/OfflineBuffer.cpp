@@ -21,6 +21,10 @@ Q_LOGGING_CATEGORY(lcBuffer, "sorvik.gateway.buffer")
 // something else given by mistake is never taken over and emptied.
 constexpr qint64 kApplicationId = 0x53525651;
 
+// SQLite's result code for a full disk (or a file at its max_page_count), as
+// Qt's driver reports it.
+const QLatin1String kSqliteFull("13");
+
 QString nextConnectionName()
 {
     static QAtomicInteger<quint64> counter;
@@ -227,7 +231,7 @@ bool OfflineBuffer::append(const QString &topic, const QByteArray &payload, int 
         // SQLITE_FULL: the disk, or the file's cap. Pages freed by the oldest
         // rows are taken again by new ones; a few pages at a time, so that
         // a full disk costs a batch now and then rather than work per message.
-        if (m_insert->lastError().nativeErrorCode() != QLatin1String("13"))
+        if (m_insert->lastError().nativeErrorCode() != kSqliteFull)
             return false;
         m_diskFull = true;
         const int freed = dropOldest(m_bytes - qMax(4 * m_pageSize, 2 * size));
