@@ -13,7 +13,16 @@ class CliUsage : public QObject
 {
     Q_OBJECT
 
+    QTemporaryDir m_dir;
+
 private slots:
+    void initTestCase()
+    {
+        QFile file(m_dir.filePath(QStringLiteral("bad.csv")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("# demo\nAI1,int32\n\nAI2,int3\n");
+    }
+
     // Every bad input: one clear line on stderr, nothing on stdout, and its exit status.
     void refusals_data()
     {
@@ -87,6 +96,7 @@ private slots:
         row("bad parity", {"--connect", "/dev/ttyS9,9600,8,1,X", "read", "AI1:int32"}, 1, "parity \"X\"");
         row("neither form", {"--connect", "127.0.0.1", "read", "AI1:int32"}, 1, "expected ADDRESS:PORT");
         row("no tag file", {"--file", "/nonexistent/tags.csv", "read"}, 1, "cannot read tag file");
+        row("bad tag file line", {"--file", "DIR/bad.csv", "plan"}, 1, "DIR/bad.csv:4: unknown type \"int3\"");
         row("no library", {"--library", "/nonexistent/libSorvik.so", "info"}, 1, "not found");
         row("not a library", {"--library", SORVIK_SOURCE_DIR "/README.md", "info"}, 1, "cannot load drive library");
         row("no drive inside",
@@ -102,26 +112,14 @@ private slots:
         QFETCH(QStringList, arguments);
         QFETCH(int, exitCode);
         QFETCH(QString, says);
-        const Run run = cli(arguments);
+        says.replace("DIR", m_dir.path());
+        const Run run = cli(arguments.replaceInStrings("DIR", m_dir.path()));
         QVERIFY(!run.crashed);
         QCOMPARE(run.exitCode, exitCode);
         QCOMPARE(run.out, QString());
         QCOMPARE(run.err.count(QLatin1Char('\n')), 1);
         QVERIFY2(run.err.startsWith(QLatin1String("sorvik-cli: ")), qPrintable(run.err));
         QVERIFY2(run.err.contains(says), qPrintable(run.err));
-    }
-
-    void badTagFileLineIsNamed()
-    {
-        QTemporaryDir dir;
-        const QString path = dir.filePath(QStringLiteral("bad.csv"));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("# demo\nAI1,int32\n\nAI2,int3\n");
-        file.close();
-        const Run run = cli(QStringList{"--file", path, "plan"});
-        QCOMPARE(run.exitCode, 1);
-        QVERIFY2(run.err.contains(path + QStringLiteral(":4: unknown type \"int3\"")), qPrintable(run.err));
     }
 
     void helpListsCommandsAndExitStatuses()
