@@ -245,7 +245,7 @@ private slots:
         // A write counts as a request, and a dropped reply stays dropped.
         late.lateReplies = {{2, 300}};
         late.dropShare = 1.0;
-        row("late and dropped", late, {writeFrame(7, 4, hex("33")), readFrame(7, 4, 1)}, {}, 2);
+        row("late and dropped", late, {writeFrame(7, 0, hex("33")), readFrame(7, 0, 1)}, {}, 2);
     }
 
     void faults()
@@ -261,6 +261,8 @@ private slots:
         QTRY_COMPARE(m_sim->frameCount(), requests.size());
         QCOMPARE(receive(datagrams.size(), datagrams.isEmpty() ? 400 : 1000), datagrams);
         QCOMPARE(m_sim->counters().faults, faulted);
+        // A write is carried out whatever becomes of its reply.
+        QCOMPARE(m_sim->memory(7, 0, 1), requests.first().startsWith('\2') ? requests.first().mid(11, 1) : hex("2a"));
 
         // Padding concerns read replies only.
         m_sim->setFaults(with(&SimFaults::padReplies, true));
@@ -354,8 +356,13 @@ private slots:
         QCOMPARE(exchange(readFrame(area, address, bytes.size())).toHex(), readReply(bytes).toHex());
     }
 
+    // Controllers 0 to 199; a bad id changes nothing.
     void selfDescribingFillsEveryArea()
     {
+        QVERIFY(!m_sim->fillSelfDescribing(200));
+        QVERIFY(!m_sim->fillSelfDescribing(-1));
+        QCOMPARE(m_sim->memory(7, 0, 4), hex("00000000"));
+        QCOMPARE(SimSelfDescribing::bytes(3, 7, 318, 4), QByteArray()); // beyond AI
         QVERIFY(m_sim->fillSelfDescribing(199));
         for (const SorvikProtocol::Area &area : SorvikProtocol::kAreas) {
             const int size = SimMemory::regionSizeOf(area.code);
@@ -377,21 +384,6 @@ private slots:
         // The SA value tells the controller back.
         QCOMPARE((SimSelfDescribing::pair(199, 14, 320) - 1) / 320, 199);
         QCOMPARE(SimSelfDescribing::pair(0, 14, 1), quint16(1));
-    }
-
-    // Presets and writes change a filled memory as any other; a bad controller id changes nothing.
-    void selfDescribingGivesWayToPresets()
-    {
-        QVERIFY(m_sim->presetTag("AI2=int32:5"));
-        QVERIFY(!m_sim->fillSelfDescribing(200));
-        QVERIFY(!m_sim->fillSelfDescribing(-1));
-        QCOMPARE(m_sim->memory(7, 0, 8), hex("0000000005000000"));
-        QVERIFY(m_sim->fillSelfDescribing(3));
-        QVERIFY(m_sim->presetTag("AI2=int32:5"));
-        QCOMPARE(exchange(writeFrame(7, 8, hex("06000000"))), hex("02010000"));
-        QCOMPARE(m_sim->memory(7, 0, 16), SimSelfDescribing::bytes(3, 7, 0, 4) + hex("0500000006000000") +
-                                              SimSelfDescribing::bytes(3, 7, 12, 4));
-        QCOMPARE(SimSelfDescribing::bytes(3, 7, 318, 4), QByteArray()); // beyond AI
     }
 
     void badPresetsAreRefused_data()
