@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QRegularExpression>
 
 #include <cmath>
 #include <initializer_list>
@@ -561,7 +562,13 @@ bool ConfigLoader::parse(const QByteArray &text, const QString &file, GatewayCon
             toml::parse(std::string_view(text.constData(), size_t(text.size())), std::string_view(file.toStdString()));
         readRoot(reader, root, config);
     } catch (const toml::parse_error &failure) {
-        reader.error(failure.source(), fromStd(failure.description()));
+        QString description = fromStd(failure.description());
+        // The parser quotes what it saw, which in a file with a password may
+        // be a piece of it: the position is enough to find the fault.
+        if (text.contains("password"))
+            description = description.section(QLatin1Char('\''), 0, 0)
+                              .remove(QRegularExpression(QStringLiteral("[,;]?\\s*saw\\s*$")));
+        reader.error(failure.source(), description);
     }
     return errors->size() == before;
 }

@@ -202,6 +202,12 @@ private slots:
                                          "%1:1:1: no controllers ([[controllers]])\n"
                                          "sorvik-gateway: 4 errors in %1\n")
                               .arg(file));
+        // What the parser saw could be a piece of a password: only where.
+        QVERIFY(writeFile(file, "[broker]\npassword = \"x\" Zq\n"));
+        QCOMPARE(gateway({QStringLiteral("--check"), file}).err,
+                 QStringLiteral("%1:2:16: Error while parsing key-value pair: expected a comment or whitespace\n"
+                                "sorvik-gateway: 1 error in %1\n")
+                     .arg(file));
     }
 
     // Also: an unusable queue file refused, then moved aside by
