@@ -242,10 +242,14 @@ private slots:
         late.lateReplies.insert(1, 300);
         row("late first", late, {hex("0401"), readFrame(7, 0, 1), readFrame(7, 1, 1)},
             {hex("0401"), readReply(hex("00")), readReply(hex("2a"))});
-        // A write counts as a request, and a dropped reply stays dropped.
+        // A write counts as a request: here the read behind it is held.
         late.lateReplies = {{2, 300}};
+        row("late after a write", late, {writeFrame(7, 0, hex("33")), readFrame(7, 0, 1), readFrame(7, 1, 1)},
+            {hex("02010000"), readReply(hex("00")), readReply(hex("33"))});
+        // A reply both held and dropped stays dropped; the write under it is stored all the same.
+        late.lateReplies = {{1, 300}};
         late.dropShare = 1.0;
-        row("late and dropped", late, {writeFrame(7, 0, hex("33")), readFrame(7, 0, 1)}, {}, 2);
+        row("late and dropped", late, {writeFrame(7, 0, hex("33"))}, {});
     }
 
     void faults()
