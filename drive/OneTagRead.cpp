@@ -4,8 +4,9 @@
 
 #include "../link/SorvikProtocol.h"
 #include "LinkStatus.h"
+#include "LocalClock.h"
 
-#include <QDateTime>
+#include <utility>
 
 using namespace SorvikProtocol;
 
@@ -31,23 +32,22 @@ CLabelVariable LibSorvik::ReadVariable(QString tag, DataType type)
 
 CLabelVariable LibSorvik::ReadVariable(QString tag, DataType type, int count)
 {
-    CLabelVariable record;
     const int area = getArea(tag);
     const int index = getAddr(tag);
-    const int refused = area == 0           ? RecordStatus::NoArea
-                        : count < 1         ? RecordStatus::LengthRefused
-                        : type == TYPE_NONE ? RecordStatus::TypeRefused
-                                            : RecordStatus::Ok;
+    const int refused = area == AreaCode::None ? RecordStatus::NoArea
+                        : count < 1            ? RecordStatus::LengthRefused
+                        : type == TYPE_NONE    ? RecordStatus::TypeRefused
+                                               : RecordStatus::Ok;
+    // The read's own record is taken as it is, not copied into a fresh one:
+    // both carry the default statusAux and auxWord that an assignment keeps.
+    CLabelVariable record = refused == RecordStatus::Ok ? Read_data(area, index, type, count, tag) : CLabelVariable();
     if (refused != RecordStatus::Ok) {
         // A refused request keeps the time of the call. A read replaces it
-        // with its own, so it is taken only here: local time costs a look at
-        // the zone file on every call where TZ is not set.
+        // with its own, so it is taken only here.
         record.status = refused;
-        record.time = QDateTime::currentDateTime();
-    } else {
-        record = Read_data(area, index, type, count, tag);
+        record.time = LocalClock::now();
     }
-    record.tag = tag;
+    record.tag = std::move(tag);
     record.dataType = type;
     record.length = count;
     return record;
@@ -74,7 +74,7 @@ CLabelVariable LibSorvik::Read_data(int area, int index, DataType type, int coun
         record.status = statusOfLinkFailure(result);
         return record;
     }
-    record.time = QDateTime::currentDateTime();
+    record.time = LocalClock::now();
     record.status = RecordStatus::Ok;
 
     // On a bit area the link packs eight wire bytes into one data byte.

@@ -4,8 +4,7 @@
 
 #include "../link/SorvikProtocol.h"
 #include "LinkStatus.h"
-
-#include <QDateTime>
+#include "LocalClock.h"
 
 using namespace SorvikProtocol;
 
@@ -142,7 +141,7 @@ CLabelVariable LibSorvik::Write_data(int area, int index, DataType type, CLabelV
     }
 
     if (result == LinkResult::Ok) {
-        label.time = QDateTime::currentDateTime();
+        label.time = LocalClock::now();
         label.status = RecordStatus::Ok;
     } else {
         label.status = statusOfLinkFailure(result);

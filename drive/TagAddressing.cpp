@@ -10,13 +10,18 @@ using namespace SorvikProtocol;
 
 int LibSorvik::getArea(QString tag)
 {
-    // Every read passes here: the first letter rules out most prefixes
-    // before a whole prefix is compared.
-    const QChar first = tag.isEmpty() ? QChar() : tag.at(0);
-    for (const Area &area : kAreas)
-        if (first == QLatin1Char(area.prefix[0]) && tag.startsWith(QLatin1String(area.prefix), Qt::CaseSensitive))
+    // Every read passes here: the prefixes are compared character by
+    // character in place, most of them ending at the first.
+    const QChar *text = tag.constData();
+    const int size = tag.size();
+    for (const Area &area : kAreas) {
+        int i = 0;
+        while (area.prefix[i] != '\0' && i < size && text[i].unicode() == uchar(area.prefix[i]))
+            ++i;
+        if (area.prefix[i] == '\0')
             return area.code;
-    return 0;
+    }
+    return AreaCode::None;
 }
 
 // Every ASCII digit of the text, in order, is the 1-based element number.
