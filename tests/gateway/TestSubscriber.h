@@ -90,8 +90,12 @@ public:
 
     QList<Message> messages() const
     {
+        // A copy of its own: a shared one would be grown or freed by
+        // libmosquitto's thread after the lock, through Qt's reference count alone.
         std::lock_guard<std::mutex> lock(m_mutex);
-        return m_messages;
+        QList<Message> out = m_messages;
+        out.detach();
+        return out;
     }
     QList<Message> messages(const QString &topic) const
     {
@@ -126,7 +130,7 @@ private:
         subscriber->m_connected = true;
         // Subscriptions go again after every reconnection (a clean session forgets them).
         subscriber->m_subscribed = 0;
-        for (const QString &filter : subscriber->m_filters)
+        for (const QString &filter : qAsConst(subscriber->m_filters)) // no detach: the test thread reads it
             mosquitto_subscribe(client, nullptr, filter.toUtf8().constData(), 1);
     }
     static void onSubscribe(mosquitto *, void *self, int, int, const int *)
