@@ -167,84 +167,56 @@ void TestDissector::labelsRepliesByTheirRequest_data()
     QTest::addColumn<QStringList>("options");
     QTest::addColumn<Script>("script");
     QTest::addColumn<QStringList>("expected"); // Info column | expert info
+    const auto row = [](const char *name, const QStringList &options, const Script &script,
+                        const QStringList &expected) { QTest::newRow(name) << options << script << expected; };
+    const QString refused = QStringLiteral("the request's 01 01; the drive refuses the reply");
 
-    QTest::newRow("every reply in step") << QStringList{} << Script{{kHandshake, 1}, {kReadAI7, 1},    {kReadSI2, 1},
-                                                                    {kReadDI5, 1},   {kReadAIBit3, 1}, {kWriteAO3, 1}}
-                                         << QStringList{"handshake|",
-                                                        "reply to handshake|",
-                                                        "read AI7, 4 bytes|",
-                                                        "reply to read AI7, 4 bytes|",
-                                                        "read SI2, 256 bytes|",
-                                                        "reply to read SI2, 256 bytes|",
-                                                        "read DI5, 3 bytes|",
-                                                        "reply to read DI5, 3 bytes|",
-                                                        "read AI byte 2, 1 byte|",
-                                                        "reply to read AI byte 2, 1 byte|",
-                                                        "write AO3, 4 bytes|",
-                                                        "reply to write AO3, 4 bytes|"};
-    QTest::newRow("dropped reply") << QStringList{"--drop", "1"} << Script{{kReadAI7, 0}, {kReadDI5, 0}}
-                                   << QStringList{"read AI7, 4 bytes|" + kUnanswered, "read DI5, 3 bytes|"};
-    QTest::newRow("frames no controller can take")
-        << QStringList{} << Script{{kReadAI7.left(7), 0}, {QByteArray(), 0}, {kReadAI7, 1}}
-        << QStringList{"read request cut short, 7 bytes|Error/Malformed: Request of 7 bytes, its head has 11," +
-                           kUnanswered,
-                       "empty datagram|Warning/Protocol: Empty datagram to the controller", "read AI7, 4 bytes|",
-                       "reply to read AI7, 4 bytes|"};
-    QTest::newRow("element index below zero")
-        << QStringList{} << Script{{readFrame(7, -4, 4), 0}, {readFrame(1, -1, 1), 0}}
-        << QStringList{"read AI0, 4 bytes|" + kUnanswered, "read DI0, 1 byte|"};
-    QTest::newRow("read replies padded to 1472 bytes are whole")
-        << QStringList{"--pad"} << Script{{kReadAI7, 1}, {kReadSI2, 1}}
-        << QStringList{"read AI7, 4 bytes|", "reply to read AI7, 4 bytes|", "read SI2, 256 bytes|",
-                       "reply to read SI2, 256 bytes|"};
-    QTest::newRow("wrong identity")
-        << QStringList{"--wrong-identity", "1"} << Script{{kHandshake, 1}, {kReadAI7, 1}, {kWriteAO3, 1}}
-        << QStringList{"handshake|",
-                       "reply to handshake|Warning/Sequence: Handshake answered by fb fe, not 04 01",
-                       "read AI7, 4 bytes|",
-                       "reply to read AI7, 4 bytes|Warning/Sequence: Reply identity fe fe, the request's 01 01; the "
-                       "drive refuses the "
-                       "reply",
-                       "write AO3, 4 bytes|",
-                       "reply to write AO3, 4 bytes|"}; // a write reply is never judged
-    QTest::newRow("truncated") << QStringList{"--truncate", "6"} << Script{{kReadAI7Twice, 1}}
-                               << QStringList{"read AI7, 8 bytes|",
-                                              "reply to read AI7, 8 bytes|Warning/Malformed: Reply of 6 bytes, 12 "
-                                              "asked; the drive reads the rest as zeros"};
-    QTest::newRow("cut to one byte")
-        << QStringList{"--truncate", "1"} << Script{{kHandshake, 1}, {kReadAI7, 1}}
-        << QStringList{"handshake|", "reply to handshake|Warning/Sequence: Handshake answered by 04, not 04 01",
-                       "read AI7, 4 bytes|",
-                       "reply to read AI7, 4 bytes|Warning/Sequence: Reply identity 01 00, the request's 01 01; the "
-                       "drive refuses the "
-                       "reply,Warning/Malformed: Reply of 1 byte, 8 asked; the drive reads the rest as zeros"};
-    QTest::newRow("longer than 1472 bytes")
-        << QStringList{"--overlong"} << Script{{kReadAI7, 1}}
-        << QStringList{"read AI7, 4 bytes|",
-                       "reply to read AI7, 4 bytes|Warning/Protocol: Reply of 1600 bytes, 8 asked (or 1472 "
-                       "padded); the drive ignores the rest"};
-    QTest::newRow("empty datagram before the reply")
-        << QStringList{"--empty-first"} << Script{{kReadAI7, 2}}
-        << QStringList{"read AI7, 4 bytes|",
-                       "empty datagram|Warning/Protocol: Empty datagram from the controller; the drive drops what it "
-                       "received before "
-                       "and waits on",
-                       "reply to read AI7, 4 bytes|"};
-    QTest::newRow("every reply twice") << QStringList{"--extra-datagram"} << Script{{kReadAI7, 2}, {kWriteAO3, 2}}
-                                       << QStringList{"read AI7, 4 bytes|",
-                                                      "reply to read AI7, 4 bytes|",
-                                                      "reply with no request, 8 bytes|" + kNoRequest,
-                                                      "write AO3, 4 bytes|",
-                                                      "reply to write AO3, 4 bytes|",
-                                                      "reply with no request, 4 bytes|" + kNoRequest};
+    row("every reply in step", {},
+        {{kHandshake, 1}, {kReadAI7, 1}, {kReadSI2, 1}, {kReadDI5, 1}, {kReadAIBit3, 1}, {kWriteAO3, 1}},
+        {"handshake|", "reply to handshake|", "read AI7, 4 bytes|", "reply to read AI7, 4 bytes|",
+         "read SI2, 256 bytes|", "reply to read SI2, 256 bytes|", "read DI5, 3 bytes|", "reply to read DI5, 3 bytes|",
+         "read AI byte 2, 1 byte|", "reply to read AI byte 2, 1 byte|", "write AO3, 4 bytes|",
+         "reply to write AO3, 4 bytes|"});
+    row("dropped reply", {"--drop", "1"}, {{kReadAI7, 0}, {kReadDI5, 0}},
+        {"read AI7, 4 bytes|" + kUnanswered, "read DI5, 3 bytes|"});
+    row("frames no controller can take", {}, {{kReadAI7.left(7), 0}, {QByteArray(), 0}, {kReadAI7, 1}},
+        {"read request cut short, 7 bytes|Error/Malformed: Request of 7 bytes, its head has 11," + kUnanswered,
+         "empty datagram|Warning/Protocol: Empty datagram to the controller", "read AI7, 4 bytes|",
+         "reply to read AI7, 4 bytes|"});
+    row("element index below zero", {}, {{readFrame(7, -4, 4), 0}, {readFrame(1, -1, 1), 0}},
+        {"read AI0, 4 bytes|" + kUnanswered, "read DI0, 1 byte|"});
+    row("read replies padded to 1472 bytes are whole", {"--pad"}, {{kReadAI7, 1}, {kReadSI2, 1}},
+        {"read AI7, 4 bytes|", "reply to read AI7, 4 bytes|", "read SI2, 256 bytes|", "reply to read SI2, 256 bytes|"});
+    // A write reply is never judged.
+    row("wrong identity", {"--wrong-identity", "1"}, {{kHandshake, 1}, {kReadAI7, 1}, {kWriteAO3, 1}},
+        {"handshake|", "reply to handshake|Warning/Sequence: Handshake answered by fb fe, not 04 01",
+         "read AI7, 4 bytes|", "reply to read AI7, 4 bytes|Warning/Sequence: Reply identity fe fe, " + refused,
+         "write AO3, 4 bytes|", "reply to write AO3, 4 bytes|"});
+    row("truncated", {"--truncate", "6"}, {{kReadAI7Twice, 1}},
+        {"read AI7, 8 bytes|", "reply to read AI7, 8 bytes|Warning/Malformed: Reply of 6 bytes, 12 asked; the drive "
+                               "reads the rest as zeros"});
+    row("cut to one byte", {"--truncate", "1"}, {{kHandshake, 1}, {kReadAI7, 1}},
+        {"handshake|", "reply to handshake|Warning/Sequence: Handshake answered by 04, not 04 01", "read AI7, 4 bytes|",
+         "reply to read AI7, 4 bytes|Warning/Sequence: Reply identity 01 00, " + refused +
+             ",Warning/Malformed: Reply of 1 byte, 8 asked; the drive reads the rest as zeros"});
+    row("longer than 1472 bytes", {"--overlong"}, {{kReadAI7, 1}},
+        {"read AI7, 4 bytes|", "reply to read AI7, 4 bytes|Warning/Protocol: Reply of 1600 bytes, 8 asked (or 1472 "
+                               "padded); the drive ignores the rest"});
+    row("empty datagram before the reply", {"--empty-first"}, {{kReadAI7, 2}},
+        {"read AI7, 4 bytes|",
+         "empty datagram|Warning/Protocol: Empty datagram from the controller; the drive drops what it received before "
+         "and waits on",
+         "reply to read AI7, 4 bytes|"});
+    row("every reply twice", {"--extra-datagram"}, {{kReadAI7, 2}, {kWriteAO3, 2}},
+        {"read AI7, 4 bytes|", "reply to read AI7, 4 bytes|", "reply with no request, 8 bytes|" + kNoRequest,
+         "write AO3, 4 bytes|", "reply to write AO3, 4 bytes|", "reply with no request, 4 bytes|" + kNoRequest});
     // The first reply comes after the drive gave up and asked again: it is
     // taken for the second request, and the second reply is left over.
-    QTest::newRow("late reply") << QStringList{"--delay", "300"} << Script{{kReadAI7Twice, 0}, {kReadDI5, 2}}
-                                << QStringList{"read AI7, 8 bytes|" + kUnanswered, "read DI5, 3 bytes|",
-                                               "reply to read DI5, 3 bytes|Warning/Protocol: Reply of 12 bytes, 7 "
-                                               "asked (or 1472 padded); the drive ignores "
-                                               "the rest",
-                                               "reply with no request, 7 bytes|" + kNoRequest};
+    row("late reply", {"--delay", "300"}, {{kReadAI7Twice, 0}, {kReadDI5, 2}},
+        {"read AI7, 8 bytes|" + kUnanswered, "read DI5, 3 bytes|",
+         "reply to read DI5, 3 bytes|Warning/Protocol: Reply of 12 bytes, 7 asked (or 1472 padded); the drive ignores "
+         "the rest",
+         "reply with no request, 7 bytes|" + kNoRequest});
 }
 
 void TestDissector::labelsRepliesByTheirRequest()
