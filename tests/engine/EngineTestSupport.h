@@ -140,22 +140,12 @@ template <typename Key> QStringList describe(const QMap<Key, CLabelVariable> &re
     return out;
 }
 
-// Same list type and equal elements; anything else by QVariant equality.
+// Same list type and equal elements (QVariant's own == compares list handles); anything else by ==.
 inline bool sameValue(const QVariant &a, const QVariant &b)
 {
     if (a.userType() != b.userType())
         return false;
-    bool listed = false;
-    bool equal = false;
-    for (int type = TYPE_BOOL; type <= TYPE_STRING; ++type)
-        SorvikValues::visitElementType(type, [&](auto element) {
-            using T = typename decltype(element)::type;
-            if (!listed && a.userType() == qMetaTypeId<QList<T>>()) {
-                listed = true;
-                equal = SorvikValues::listFrom<T>(a) == SorvikValues::listFrom<T>(b);
-            }
-        });
-    return listed ? equal : a == b;
+    return a.canConvert<QVariantList>() ? a.value<QVariantList>() == b.value<QVariantList>() : a == b;
 }
 
 // The one-tag read path of an engine: logs "tag type count", the connection and time; `answer` replies.
