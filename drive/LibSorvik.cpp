@@ -17,6 +17,11 @@ const int kVersionMajor = 2;
 const int kVersionMinor = 1;
 const int kVersionPatch = 0;
 
+// The parts of a connection text: address and port, or port, baud rate, data
+// bits, stop bits and parity.
+const int kUdpParts = 2;
+const int kSerialParts = 5;
+
 // The compiler's date text, "Aug 19 2024", as 2024-08-19. The parse format
 // is "MMM dd yyyy", which the version texts of all builds share: on the
 // first nine days of a month it finds no date and the text stays empty.
@@ -70,13 +75,13 @@ QString LibSorvik::DebugCmd(EDebugCmdType cmd)
 int LibSorvik::ConnectDrive(QString text)
 {
     const QStringList udp = text.split(QLatin1Char(':'), Qt::KeepEmptyParts, Qt::CaseSensitive);
-    if (udp.size() == 2) {
+    if (udp.size() == kUdpParts) {
         m_udpHost = udp.at(0);
         m_udpPort = udp.at(1).toUInt(nullptr, 10);
         return m_cmd.OpenUdp(m_udpHost, static_cast<int>(m_udpPort));
     }
     const QStringList serial = text.split(QLatin1Char(','), Qt::KeepEmptyParts, Qt::CaseSensitive);
-    if (serial.size() == 5) {
+    if (serial.size() == kSerialParts) {
         m_portName = serial.at(0);
         m_baudRate = serial.at(1).toInt(nullptr, 10);
         m_dataBits = serial.at(2).toInt(nullptr, 10);

@@ -73,7 +73,7 @@ CLabelVariable LibSorvik::WriteVariable(QString tag, DataType type, CLabelVariab
 {
     const int area = getArea(tag);
     const int index = getAddr(tag);
-    if (area == 0)
+    if (area == AreaCode::None)
         label.status = RecordStatus::NoArea;
     else if (count < 0)
         label.status = RecordStatus::LengthRefused;

@@ -54,7 +54,7 @@ int CmdSorvik::OpenUdp(QString host, int port)
     // an earlier open) is not an error: sending then goes out from the port
     // the socket already has or one the system picks.
     m_udp->bind(m_peerAddress, kLocalUdpPort);
-    if (Handshake() != 0) {
+    if (Handshake() != LinkResult::Proved) {
         CloseUdp();
         return LinkResult::NoReply;
     }
@@ -119,11 +119,11 @@ int CmdSorvik::Handshake()
     QByteArray reply;
     if (Exchange(QByteArray::fromRawData(request, kHandshakeSize), kHandshakeSize, &reply, kExchangeLimitMs) !=
         LinkResult::Ok)
-        return 1;
+        return LinkResult::NotProved;
     // Bytes after the first two are of no concern.
     const bool proved = reply.size() >= kHandshakeSize && static_cast<quint8>(reply.at(0)) == kHandshake0 &&
                         static_cast<quint8>(reply.at(1)) == kHandshake1;
-    return proved ? 0 : 1;
+    return proved ? LinkResult::Proved : LinkResult::NotProved;
 }
 
 int CmdSorvik::Exchange(const QByteArray &request, int length, QByteArray *reply, int limitMs)
@@ -205,7 +205,7 @@ int CmdSorvik::DeleteUdp()
         delete m_udp;
         m_udp = nullptr;
     }
-    return 0;
+    return LinkResult::Ok;
 }
 
 int CmdSorvik::DeleteSerial()
@@ -220,7 +220,7 @@ int CmdSorvik::DeleteSerial()
         delete m_gapTimer;
         m_gapTimer = nullptr;
     }
-    return 0;
+    return LinkResult::Ok;
 }
 
 int CmdSorvik::DestroyFree()
@@ -230,15 +230,15 @@ int CmdSorvik::DestroyFree()
     if (m_serial) {
         CloseSerial();
         DeleteSerial();
-        return 0;
+        return LinkResult::Released;
     }
     if (m_udp) {
         if (m_udp->state() != QAbstractSocket::UnconnectedState)
             CloseUdp();
         DeleteUdp();
-        return 0;
+        return LinkResult::Released;
     }
-    return 1;
+    return LinkResult::NothingHeld;
 }
 
 void CmdSorvik::myconnected() {}

@@ -11,4 +11,14 @@ enum Code : int {
     NotOpen = -3, // the link is not open
 };
 
+// The handshake and the release of the transports answer on scales of their own.
+enum Proof : int {
+    Proved = 0,
+    NotProved = 1,
+};
+enum Release : int {
+    Released = 0,   // a transport object was deleted
+    NothingHeld = 1 // there was none to delete
+};
+
 } // namespace LinkResult
