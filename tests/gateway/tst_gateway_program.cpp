@@ -158,7 +158,7 @@ private slots:
         const QString file = dir.filePath(QStringLiteral("gw.toml"));
         QVERIFY(writeFile(file, "name = \"gw\"\n"
                                 "[broker]\nuser = \"plant\"\npassword = \"hunter2\"\n"
-                                "[buffer]\npath = \"q.db\"\n"
+                                "[buffer]\npath = \"q.db\"\nmax_file_bytes = 65536\n"
                                 "[[controllers]]\nname = \"plc1\"\nconnection = \"10.0.0.7:6000\"\n"
                                 "[[controllers.groups]]\nname = \"fast\"\ninterval_ms = 250\n"
                                 "tags = [ { name = \"a\", tag = \"AI1\", type = \"float\" },\n"
@@ -172,13 +172,15 @@ private slots:
         // The lines of each group's plan are the planner's own; here they
         // stand under their controller and group, summed up at the end.
         const QStringList lines = run.out.split('\n');
-        QCOMPARE(lines.mid(0, 6),
-                 QStringList({"gateway gw: 1 controller, 1 scan group",
-                              "broker 127.0.0.1:1883, client id sorvik-gateway-gw, QoS 1, keepalive 30 s, user plant "
-                              "with a password",
-                              QStringLiteral("offline buffer %1, at most 67108864 bytes").arg(dir.filePath("q.db")), "",
-                              "controller plc1 at 10.0.0.7:6000, lost after 3 cycles without a good reply",
-                              "  group fast, every 250 ms"}));
+        QCOMPARE(
+            lines.mid(0, 6),
+            QStringList({"gateway gw: 1 controller, 1 scan group",
+                         "broker 127.0.0.1:1883, client id sorvik-gateway-gw, QoS 1, keepalive 30 s, user plant "
+                         "with a password",
+                         QStringLiteral("offline buffer %1, at most 67108864 bytes in a file of at most 65536 bytes")
+                             .arg(dir.filePath("q.db")),
+                         "", "controller plc1 at 10.0.0.7:6000, lost after 3 cycles without a good reply",
+                         "  group fast, every 250 ms"}));
         QVERIFY2(lines.contains("    block 2: AI1, 8 bytes, tags a, b"), qPrintable(run.out));
         QCOMPARE(lines.mid(lines.size() - 4),
                  QStringList({"    6 tags in 3 blocks: 5 requests per cycle instead of 6", "",
