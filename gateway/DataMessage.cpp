@@ -133,7 +133,7 @@ bool DataStream::withinDeadband(int index, const QJsonValue &value) const
     return std::fabs(value.toDouble() - m_lastSent.value(index)) < tag.deadband;
 }
 
-QByteArray DataStream::message(const QDateTime &cycleStart, const QList<TagReading> &readings)
+QByteArray DataStream::message(const QDateTime &cycleStart, const std::vector<TagReading> &readings)
 {
     // A tag with no reading at all was not read: bad, never a value.
     static const TagReading notRead = TagReading::bad(RecordStatus::NotDone);
@@ -142,7 +142,7 @@ QByteArray DataStream::message(const QDateTime &cycleStart, const QList<TagReadi
     for (int i = 0; i < m_group.tags.size(); ++i) {
         const TagConfig &tag = m_group.tags.at(i);
         // Referenced, not copied: this runs for every tag of every cycle.
-        const TagReading &reading = i < readings.size() ? readings.at(i) : notRead;
+        const TagReading &reading = size_t(i) < readings.size() ? readings[size_t(i)] : notRead;
         QJsonValue raw;
         if (reading.status == RecordStatus::Ok && !DataValues::raw(tag, reading.value, &raw)) {
             errors.insert(tag.name, QJsonObject{{QStringLiteral("status"), RecordStatus::Ok},

@@ -18,13 +18,16 @@
 #include <QString>
 #include <QVariant>
 
+#include <utility>
+#include <vector>
+
 // What one cycle gave for one configured tag.
 struct TagReading {
     int status = RecordStatus::NotDone; // the record's status; Ok and only Ok is good
     QString meaning;                    // of a bad status; empty: the drive's own meaning of it
     QVariant value;                     // the drive's value list; looked at only when status is 0
 
-    static TagReading good(const QVariant &value) { return {RecordStatus::Ok, QString(), value}; }
+    static TagReading good(QVariant value) { return {RecordStatus::Ok, QString(), std::move(value)}; }
     static TagReading bad(int status, const QString &meaning = QString()) { return {status, meaning, QVariant()}; }
 };
 
@@ -50,7 +53,7 @@ public:
 
     // The message of a cycle that started at `cycleStart`; `readings` runs
     // parallel to the group's tags.
-    QByteArray message(const QDateTime &cycleStart, const QList<TagReading> &readings);
+    QByteArray message(const QDateTime &cycleStart, const std::vector<TagReading> &readings);
     qint64 lastSeq() const { return m_seq; }
     // Forget the values last sent, so that the next good ones go out whatever
     // their deadband (after a loss of the link, for instance).

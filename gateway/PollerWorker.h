@@ -55,7 +55,7 @@ private:
     void arm();
     void shutdown();
     void runCycle(Group &group);
-    bool readGroup(Group &group, QList<TagReading> *readings, bool *lostReply);
+    bool readGroup(Group &group, std::vector<TagReading> *readings, bool *lostReply);
     void reconnect();
     void runWrites();
     void answerWrite(const WriteCommand &command);
