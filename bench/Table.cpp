@@ -50,6 +50,13 @@ QString formatFigure(double value, Unit unit)
     case Unit::Rate:
         return value >= 1000 ? QStringLiteral("%1 k/s").arg(value / 1000, 0, 'f', 1)
                              : QStringLiteral("%1 /s").arg(value, 0, 'f', 0);
+    case Unit::Bytes:
+        // KB and MB of 1024 and 1024 × 1024 bytes.
+        if (std::fabs(value) < 1024)
+            return QStringLiteral("%1 B").arg(value, 0, 'f', 0);
+        if (std::fabs(value) < 1024 * 1024)
+            return QStringLiteral("%1 KB").arg(value / 1024, 0, 'f', 2);
+        return QStringLiteral("%1 MB").arg(value / (1024 * 1024), 0, 'f', 2);
     case Unit::Time: break;
     }
     const double magnitude = std::fabs(value);

@@ -16,7 +16,7 @@
 
 class QTextStream;
 
-enum class Unit { Time, Rate, Count }; // Time in nanoseconds, Rate per second
+enum class Unit { Time, Rate, Count, Bytes }; // Time in nanoseconds, Rate per second
 
 struct Goal {
     enum class On { Ratio, Value }; // the ratio to the floor, or the median itself

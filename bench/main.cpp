@@ -31,6 +31,7 @@ const RowEntry kRows[] = {
     {6, "host load", Rows::hostLoad},
     {7, "serial read over a pseudo-terminal", Rows::serialRead},
     {8, "drives on threads of their own", Rows::scale},
+    {9, "the cost of a drive object", Rows::objectCost},
 };
 
 // The drive's own lines (lost replies are logged as warnings) and the
@@ -77,7 +78,8 @@ int main(int argc, char *argv[])
     bool rowsOk = true;
     QList<int> chosen = parseRows(parser.value(rows), &rowsOk);
     if (!rowsOk) {
-        std::fprintf(stderr, "sorvik-bench: --rows takes numbers from 1 to 8, such as 1,3\n");
+        std::fprintf(stderr, "sorvik-bench: --rows takes numbers from 1 to %d, such as 1,3\n",
+                     int(sizeof kRows / sizeof kRows[0]));
         return 2;
     }
     if (!parser.isSet(verbose))

@@ -13,4 +13,5 @@ void blockCutting(BenchContext &ctx);  // 5: cutting a block reply into records
 void hostLoad(BenchContext &ctx);      // 6: processor time per read, answered and lost
 void serialRead(BenchContext &ctx);    // 7: one-tag read over a pseudo-terminal
 void scale(BenchContext &ctx);         // 8: drives on threads of their own
+void objectCost(BenchContext &ctx);    // 9: time and memory of a drive object, and of a read plan
 } // namespace Rows
