@@ -67,6 +67,16 @@ void Rows::hostLoad(BenchContext &ctx)
     Probe viaQt{QStringLiteral("qt"), [&] { qt.roundTrip(request); }, true};
     runInterleaved({&viaDrive, &viaQt}, {ctx.pick(20, 3), ctx.pick(250, 40)}, [&] { answering.sim.clearFrames(); });
     addLine(ctx, QStringLiteral("drive read 160 B, processor"), viaDrive, viaQt);
+    // The same with TZ naming the zone file, as row 1 shows it too.
+    if (!qEnvironmentVariableIsSet("TZ")) {
+        Probe zonedDrive{QStringLiteral("drive"), [&] { drive->ReadVariable(tag, TYPE_FLOAT, 40); }, true};
+        Probe zonedQt{QStringLiteral("qt"), [&] { qt.roundTrip(request); }, true};
+        qputenv("TZ", ":/etc/localtime");
+        runInterleaved({&zonedDrive, &zonedQt}, {ctx.pick(20, 3), ctx.pick(250, 40)},
+                       [&] { answering.sim.clearFrames(); });
+        qunsetenv("TZ");
+        addLine(ctx, QStringLiteral("drive read 160 B, TZ set, processor"), zonedDrive, zonedQt);
+    }
 
     Probe lostDrive{QStringLiteral("drive lost"), [&] { unanswered->ReadVariable(tag, TYPE_FLOAT, 40); }, true};
     Probe lostQt{QStringLiteral("qt lost"), [&] { qtUnanswered.roundTrip(request); }, true};
