@@ -25,6 +25,8 @@ namespace {
 // What the tags of a cycle report when the link could not be trusted for them.
 const QString kNotTrusted = QStringLiteral("not read: link resynchronising after a lost reply");
 const QString kNoBlockRecord = QStringLiteral("no reply: the block read gave no record");
+// The drive gives up on a reply about this long after sending its request.
+constexpr int kDriveGivesUpMs = 550;
 
 // Workers that share a thread: while one of them is inside step, the drive's
 // nested waits may fire another's timer. That one must not start a cycle on
@@ -119,8 +121,15 @@ void PollerWorker::begin()
         }
         m_groups.push_back(std::move(group));
     }
-    // Connect at once; the first cycles follow as soon as the link stands.
-    waitThen(0, RecordStatus::LinkNotOpen, QStringLiteral("link not open: not connected yet"));
+    // A run that ended by a crash and was started again at once may have left
+    // a request whose late reply is still on its way to this address and
+    // port; taken by this run's first read it would pass as that tag's value.
+    // So the drive binds only when no such reply is expected any more, and
+    // the first cycles follow the connection.
+    waitThen(kDriveGivesUpMs + m_options.lateWindowMs, RecordStatus::LinkNotOpen,
+             QStringLiteral("link not open: not connected yet"));
+    for (Group &group : m_groups)
+        group.nextDue = m_wakeAt;
     step();
 }
 
