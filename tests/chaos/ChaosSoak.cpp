@@ -303,6 +303,10 @@ int ChaosSoak::run()
         return 2;
     for (int i = 0; i < 100 && !m_subscriber->isSubscribed(); ++i)
         QThread::msleep(50);
+    if (!m_subscriber->isSubscribed()) {
+        qCCritical(lcSoak, "the subscriber did not subscribe at the broker");
+        return 2;
+    }
     // The store now holds the subscriber's session: every restart brings it
     // back, so nothing published before the subscriber returns is lost.
     ::kill(pid_t(m_broker.process->processId()), SIGUSR1);
