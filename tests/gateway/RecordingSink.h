@@ -34,11 +34,6 @@ public:
             out << m.json.value(QLatin1String("state")).toString();
         return out;
     }
-    int dataCount() const
-    {
-        QMutexLocker lock(&m_mutex);
-        return m_data.size();
-    }
 
 private:
     void add(QList<Message> *list, const QString &topic, const QByteArray &payload)
@@ -46,10 +41,14 @@ private:
         QMutexLocker lock(&m_mutex);
         list->append({topic, QJsonDocument::fromJson(payload).object()});
     }
+    // A copy of its own: a shared one would be freed or grown by the other
+    // thread after the lock, through Qt's reference count alone.
     QList<Message> copy(const QList<Message> &list) const
     {
         QMutexLocker lock(&m_mutex);
-        return list;
+        QList<Message> own = list;
+        own.detach();
+        return own;
     }
 
     mutable QMutex m_mutex;

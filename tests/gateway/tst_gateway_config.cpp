@@ -43,42 +43,35 @@ private slots:
         QVERIFY(secret.open(QIODevice::WriteOnly));
         secret.write("s3cret\n");
         secret.close();
-        const QByteArray text = "name = \"north\" # comments are fine\n"
-                                "read_only = true\n"
-                                "heartbeat_ms = 2500\n"
-                                "[metrics]\n"
-                                "address = \"127.0.0.1:9100\"\n"
-                                "[broker]\n"
-                                "host = \"10.0.0.5\"\n"
-                                "port = 8883\n"
-                                "user = \"plant\"\n"
-                                "password_file = \"secret\"\n"
-                                "qos = 2\n"
-                                "keepalive = 20\n"
-                                "[buffer]\n"
-                                "path = \"queue.db\"\n"
-                                "max_bytes = 2_000_000\n"
-                                "[[controllers]]\n"
-                                "name = \"plc1\"\n"
-                                "connection = \"127.0.0.2:6000\"\n"
-                                "reconnect = { lost_after_cycles = 5, first_pause_ms = 200, longest_pause_ms = 8000 }\n"
-                                "[[controllers.groups]]\n"
-                                "name = \"fast\"\n"
-                                "interval_ms = 250\n"
-                                "[[controllers.groups.tags]]\n"
-                                "name = \"level\"\n"
-                                "tag = \"AI_F3\"\n"
-                                "type = \"INT16\"\n"
-                                "count = 4\n"
-                                "unit = \"m\"\n"
-                                "scale = 0.01\n"
-                                "offset = -2\n"
-                                "deadband = 0.5\n"
-                                "writable = true\n"
-                                "[[controllers.groups]]\n"
-                                "name = \"slow\"\n"
-                                "interval_ms = 10000\n"
-                                "tags = [ { name = \"pump\", tag = \"SI2\", type = \"string\" } ]\n";
+        const QByteArray text =
+            "name = \"north\" # comments are fine\n"
+            "read_only = true\n"
+            "heartbeat_ms = 2500\n"
+            "metrics = { address = \"127.0.0.1:9100\" }\n"
+            "broker = { host = \"10.0.0.5\", port = 8883, user = \"plant\", password_file = \"secret\", qos = 2, "
+            "keepalive = 20 }\n"
+            "buffer = { path = \"queue.db\", max_bytes = 2_000_000 }\n"
+            "[[controllers]]\n"
+            "name = \"plc1\"\n"
+            "connection = \"127.0.0.2:6000\"\n"
+            "reconnect = { lost_after_cycles = 5, first_pause_ms = 200, longest_pause_ms = 8000 }\n"
+            "[[controllers.groups]]\n"
+            "name = \"fast\"\n"
+            "interval_ms = 250\n"
+            "[[controllers.groups.tags]]\n"
+            "name = \"level\"\n"
+            "tag = \"AI_F3\"\n"
+            "type = \"INT16\"\n"
+            "count = 4\n"
+            "unit = \"m\"\n"
+            "scale = 0.01\n"
+            "offset = -2\n"
+            "deadband = 0.5\n"
+            "writable = true\n"
+            "[[controllers.groups]]\n"
+            "name = \"slow\"\n"
+            "interval_ms = 10000\n"
+            "tags = [ { name = \"pump\", tag = \"SI2\", type = \"string\" } ]\n";
         GatewayConfig config;
         QStringList errors;
         QVERIFY2(ConfigLoader::parse(text, file(), &config, &errors), qPrintable(errors.join('\n')));
@@ -86,7 +79,9 @@ private slots:
         QVERIFY(config.readOnly);
         QCOMPARE(config.heartbeatMs, 2500);
         QCOMPARE(config.metricsAddress, QStringLiteral("127.0.0.1:9100"));
+        QCOMPARE(config.broker.host, QStringLiteral("10.0.0.5"));
         QCOMPARE(config.broker.port, 8883);
+        QCOMPARE(config.broker.keepaliveSeconds, 20);
         QCOMPARE(config.broker.password, QStringLiteral("s3cret"));
         QCOMPARE(config.broker.clientId, QStringLiteral("sorvik-gateway-north"));
         QCOMPARE(config.broker.qos, 2);
@@ -103,7 +98,7 @@ private slots:
         QCOMPARE(level.offset.value_or(0), -2.0);
         QCOMPARE(level.deadband, 0.5);
         QVERIFY(level.writable);
-        QCOMPARE(level.line, 23);
+        QCOMPARE(level.line, 14);
         const TagConfig &pump = plc1.groups.at(1).tags.at(0);
         QCOMPARE(pump.dataType, int(TYPE_STRING));
         QVERIFY(!pump.scale && !pump.offset && !pump.writable);
@@ -124,9 +119,6 @@ private slots:
         QTest::newRow("unknown tag key") << head + "units = \"m\"\n"
                                          << "14:1: unknown key \"units\" in [[controllers.groups.tags]] (keys: name, "
                                             "tag, type, count, unit, scale, offset, deadband, writable)";
-        QTest::newRow("duplicate key")
-            << head + "tag = \"AI2\"\n"
-            << "14:7: Error while parsing key-value pair: cannot redefine existing string 'tag'";
         QTest::newRow("no name") << QByteArray(kHead).mid(12) << "1:1: the gateway needs \"name\"";
         QTest::newRow("name not a level") << "name = \"a/b\"\n" + head.mid(12)
                                           << "1:8: \"a/b\" cannot be a topic level: it is empty, holds + # or /, or "
@@ -135,8 +127,6 @@ private slots:
                                    << "1:1: the gateway needs a [buffer] with its \"path\"";
         QTest::newRow("no controllers") << head.left(head.indexOf("[[controllers]]"))
                                         << "1:1: no controllers ([[controllers]])";
-        QTest::newRow("wrong type") << head + "count = \"4\"\n"
-                                    << "14:9: \"count\" must be an integer, not a string";
         QTest::newRow("count range") << head + "count = 0\n"
                                      << "14:9: \"count\" must be from 1 to 1467, not 0";
         QTest::newRow("count too long")
@@ -155,8 +145,6 @@ private slots:
         QTest::newRow("tag spread digits") << with("\"AI1\"", "\"AI3_7\"")
                                            << "12:7: bad tag \"AI3_7\": a tag is an area prefix and an element "
                                               "number, such as AI1 or DI_F12";
-        QTest::newRow("tag lower case") << with("\"AI1\"", "\"ai1\"")
-                                        << "12:7: bad tag \"ai1\": area prefixes are written AI";
         QTest::newRow("tag no area") << with("\"AI1\"", "\"SO1\"")
                                      << "12:7: bad tag \"SO1\": \"SO\" is no area (AI, AI_F, AI_S, AO, AO_F, AO_S, "
                                         "Custom, DI, DI_F, DI_S, DO, DO_F, DO_S, HAI, HDP, HDS, LA, LD, LW, NAI, NAO, "
@@ -195,8 +183,6 @@ private slots:
         QTest::newRow("bad connection") << with("127.0.0.2:6000", "plc.local:6000")
                                         << "6:14: bad connection \"plc.local:6000\": \"plc.local\" is no IPv4 address; "
                                            "host names are not looked up";
-        QTest::newRow("interval range") << with("interval_ms = 500", "interval_ms = 5")
-                                        << "9:15: \"interval_ms\" must be from 10 to 86400000, not 5";
         QTest::newRow("group without tags")
             << QByteArray(kHead).left(QByteArray(kHead).indexOf("[[controllers.groups.tags]]"))
             << "7:1: group \"fast\" has no tags ([[controllers.groups.tags]])";
@@ -205,20 +191,18 @@ private slots:
                                         << "17:17: both \"password\" and \"password_file\" are given; keep one";
         QTest::newRow("missing password file") << head + "[broker]\nuser = \"u\"\npassword_file = \"nothere\"\n"
                                                << "16:17: \"password_file\": cannot read %DIR%/nothere (no such file)";
-        QTest::newRow("missing ca file") << head + "[broker]\nca_file = \"ca.pem\"\n"
-                                         << "15:11: \"ca_file\": cannot read %DIR%/ca.pem (no such file)";
         QTest::newRow("buffer folder missing") << QByteArray(kHead).replace("\"queue.db\"", "\"gone/queue.db\"")
                                                << "3:8: \"path\": the folder %DIR%/gone does not exist";
-        QTest::newRow("qos range") << head + "[broker]\nqos = 3\n"
-                                   << "15:7: \"qos\" must be from 0 to 2, not 3";
-        QTest::newRow("broker not a table") << "name = \"gw\"\nbroker = \"localhost\"\n" + head.mid(12)
-                                            << "2:10: \"broker\" must be a table, not a string";
         QTest::newRow("pauses reversed")
             << QByteArray(kHead) + "[controllers.reconnect]\nfirst_pause_ms = 5000\nlongest_pause_ms = 1000\n"
             << "16:20: \"longest_pause_ms\" (1000) is shorter than \"first_pause_ms\" (5000)";
         QTest::newRow("metrics address") << head + "[metrics]\naddress = \"9100\"\n"
                                          << "15:11: bad address \"9100\": expected ADDRESS:PORT with an IP address, "
                                             "such as 127.0.0.1:9100 or [::1]:9100";
+        // The errors say where the password is wrong, never what it is.
+        QTest::newRow("password not echoed") << head + "[broker]\npassword = \"hunter2\"\nport = 0\n"
+                                             << "16:8: \"port\" must be from 1 to 65535, not 0\n"
+                                                "gw.toml:14:1: [broker] has a password but no \"user\"";
         QTest::newRow("several at once") << QByteArray(kHead).replace("500", "\"fast\"") + "writable = 1\n"
                                          << "9:15: \"interval_ms\" must be an integer, not a string\n"
                                             "gw.toml:14:12: \"writable\" must be true or false, not an integer";
@@ -234,15 +218,6 @@ private slots:
         const QString expected =
             QStringLiteral("gw.toml:") + QString(error).replace(QStringLiteral("%DIR%"), m_dir.path());
         QCOMPARE(errors.join('\n').replace(file() + ':', QStringLiteral("gw.toml:")), expected);
-    }
-
-    void neverPrintsThePassword()
-    {
-        GatewayConfig config;
-        QStringList errors;
-        QVERIFY(!ConfigLoader::parse(QByteArray(kHead) + "[broker]\npassword = \"hunter2\"\nport = 0\n", file(),
-                                     &config, &errors));
-        QVERIFY(!errors.join('\n').contains(QStringLiteral("hunter2")));
     }
 
     void missingFileIsOneLine()

@@ -44,82 +44,62 @@ class GatewayMessagesTest : public QObject
     Q_OBJECT
 
 private slots:
-    void valueAsJson_data();
-    void valueAsJson();
-    void badReadingsCarryNoValue_data();
-    void badReadingsCarryNoValue();
+    void readingAsJson_data();
+    void readingAsJson();
     void deadbandLeavesOutSmallChanges();
 };
 
-void GatewayMessagesTest::valueAsJson_data()
-{
-    QTest::addColumn<int>("type");
-    QTest::addColumn<int>("count");
-    QTest::addColumn<QVariant>("list");
-    QTest::addColumn<QJsonValue>("json");
-
-    // A block read hands an unsigned byte over as a signed char.
-    QTest::newRow("uint8 from a block") << int(TYPE_UINT8) << 1 << QVariant::fromValue(QList<char>{char(-1)})
-                                        << QJsonValue(255);
-    QTest::newRow("int8 from one tag") << int(TYPE_INT8) << 1 << QVariant::fromValue(QList<uchar>{200})
-                                       << QJsonValue(-56);
-    QTest::newRow("int64 exact") << int(TYPE_INT64) << 1 << QVariant::fromValue(QList<qlonglong>{-9007199254740991LL})
-                                 << QJsonValue(-9007199254740991.0);
-    QTest::newRow("int64 as text") << int(TYPE_INT64) << 1 << QVariant::fromValue(QList<qlonglong>{9007199254740993LL})
-                                   << QJsonValue(QStringLiteral("9007199254740993"));
-    QTest::newRow("uint64 max") << int(TYPE_UINT64) << 1
-                                << QVariant::fromValue(QList<qulonglong>{std::numeric_limits<qulonglong>::max()})
-                                << QJsonValue(QStringLiteral("18446744073709551615"));
-    QTest::newRow("float nan") << int(TYPE_FLOAT) << 1
-                               << QVariant::fromValue(QList<float>{std::numeric_limits<float>::quiet_NaN()})
-                               << QJsonValue(QStringLiteral("nan"));
-    QTest::newRow("string read alone") << int(TYPE_STRING) << 1 << QVariant::fromValue(QList<char>{'a', 'b', 0, 'c'})
-                                       << QJsonValue(QStringLiteral("ab"));
-    QTest::newRow("three of four") << int(TYPE_INT16) << 3 << QVariant::fromValue(QList<short>{1, 2, 3, 4})
-                                   << QJsonValue(QJsonArray{1, 2, 3});
-}
-
-void GatewayMessagesTest::valueAsJson()
-{
-    QFETCH(int, type);
-    QFETCH(int, count);
-    QFETCH(QVariant, list);
-    QFETCH(QJsonValue, json);
-    const QJsonObject message = messageOf(tag(type, count), TagReading::good(list));
-    QCOMPARE(message.value(QLatin1String("values")).toObject().value(QLatin1String("t")).toObject(),
-             (QJsonObject{{"value", json}}));
-    QVERIFY(message.value(QLatin1String("errors")).toObject().isEmpty());
-}
-
-void GatewayMessagesTest::badReadingsCarryNoValue_data()
+// A good reading goes under "values" as JSON of its type; a bad or unusable
+// one under "errors" with status and meaning, never with a value.
+void GatewayMessagesTest::readingAsJson_data()
 {
     QTest::addColumn<TagConfig>("config");
     QTest::addColumn<TagReading>("reading");
-    QTest::addColumn<QJsonObject>("error");
+    QTest::addColumn<QString>("under");
+    QTest::addColumn<QJsonObject>("entry");
 
-    QTest::newRow("no reply") << tag(TYPE_INT32) << TagReading::bad(8)
-                              << QJsonObject{{"status", 8}, {"meaning", "no reply"}};
-    QTest::newRow("own meaning") << tag(TYPE_INT32) << TagReading::bad(8, QStringLiteral("not trusted"))
-                                 << QJsonObject{{"status", 8}, {"meaning", "not trusted"}};
-    QTest::newRow("unknown status") << tag(TYPE_INT32) << TagReading::bad(77)
-                                    << QJsonObject{{"status", 77}, {"meaning", "unknown status"}};
-    // Status 0 but fewer elements than the tag counts: nothing is made up.
-    QTest::newRow("short list") << tag(TYPE_INT32, 3) << TagReading::good(QVariant::fromValue(QList<int>{1, 2}))
-                                << QJsonObject{{"status", 0}, {"meaning", "the reply held no value of this type"}};
-    QTest::newRow("other type") << tag(TYPE_INT32) << TagReading::good(QVariant::fromValue(QList<float>{1}))
-                                << QJsonObject{{"status", 0}, {"meaning", "the reply held no value of this type"}};
-    QTest::newRow("no value at all") << tag(TYPE_INT32) << TagReading::good(QVariant())
-                                     << QJsonObject{{"status", 0}, {"meaning", "the reply held no value of this type"}};
+    const auto value = [](const char *name, int type, int count, const QVariant &list, const QJsonValue &json) {
+        QTest::newRow(name) << tag(type, count) << TagReading::good(list) << "values" << QJsonObject{{"value", json}};
+    };
+    const auto error = [](const char *name, const TagConfig &config, const TagReading &reading, int status,
+                          const char *meaning) {
+        QTest::newRow(name) << config << reading << "errors" << QJsonObject{{"status", status}, {"meaning", meaning}};
+    };
+    // A block read hands an unsigned byte over as a signed char.
+    value("uint8 from a block", TYPE_UINT8, 1, QVariant::fromValue(QList<char>{char(-1)}), 255);
+    value("int8 from one tag", TYPE_INT8, 1, QVariant::fromValue(QList<uchar>{200}), -56);
+    value("int64 exact", TYPE_INT64, 1, QVariant::fromValue(QList<qlonglong>{-9007199254740991LL}),
+          -9007199254740991.0);
+    value("int64 as text", TYPE_INT64, 1, QVariant::fromValue(QList<qlonglong>{9007199254740993LL}),
+          QStringLiteral("9007199254740993"));
+    value("uint64 max", TYPE_UINT64, 1, QVariant::fromValue(QList<qulonglong>{std::numeric_limits<qulonglong>::max()}),
+          QStringLiteral("18446744073709551615"));
+    value("float nan", TYPE_FLOAT, 1, QVariant::fromValue(QList<float>{std::numeric_limits<float>::quiet_NaN()}),
+          QStringLiteral("nan"));
+    value("string read alone", TYPE_STRING, 1, QVariant::fromValue(QList<char>{'a', 'b', 0, 'c'}),
+          QStringLiteral("ab"));
+    value("three of four", TYPE_INT16, 3, QVariant::fromValue(QList<short>{1, 2, 3, 4}), QJsonArray{1, 2, 3});
+
+    error("no reply", tag(TYPE_INT32), TagReading::bad(8), 8, "no reply");
+    error("own meaning", tag(TYPE_INT32), TagReading::bad(8, QStringLiteral("not trusted")), 8, "not trusted");
+    error("unknown status", tag(TYPE_INT32), TagReading::bad(77), 77, "unknown status");
+    // Status 0 but fewer elements than the tag counts, or another type: nothing is made up.
+    const char *noValue = "the reply held no value of this type";
+    error("short list", tag(TYPE_INT32, 3), TagReading::good(QVariant::fromValue(QList<int>{1, 2})), 0, noValue);
+    error("other type", tag(TYPE_INT32), TagReading::good(QVariant::fromValue(QList<float>{1})), 0, noValue);
+    error("no value at all", tag(TYPE_INT32), TagReading::good(QVariant()), 0, noValue);
 }
 
-void GatewayMessagesTest::badReadingsCarryNoValue()
+void GatewayMessagesTest::readingAsJson()
 {
     QFETCH(TagConfig, config);
     QFETCH(TagReading, reading);
-    QFETCH(QJsonObject, error);
+    QFETCH(QString, under);
+    QFETCH(QJsonObject, entry);
     const QJsonObject message = messageOf(config, reading);
-    QVERIFY(message.value(QLatin1String("values")).toObject().isEmpty());
-    QCOMPARE(message.value(QLatin1String("errors")).toObject().value(QLatin1String("t")).toObject(), error);
+    QCOMPARE(message.value(under).toObject(), (QJsonObject{{"t", entry}}));
+    const QString other = under == QLatin1String("values") ? QStringLiteral("errors") : QStringLiteral("values");
+    QVERIFY(message.value(other).toObject().isEmpty());
 }
 
 // Within the deadband of the value last sent, a value is left out; a change
