@@ -4,6 +4,7 @@
 #include "LibSorvik.h"
 
 #include "../protocol/ElementBytes.h"
+#include "../protocol/SorvikAreas.h"
 
 using ElementBytes::byteAt;
 
@@ -20,19 +21,41 @@ int boundedCount(int count, const QByteArray &data, int width)
     return count > 0 ? static_cast<int>(qMin<qint64>(count, most)) : 0;
 }
 
+// A list of n elements to be overwritten, made in one piece: appending them
+// one by one costs a call into Qt per element, more than decoding them. The
+// piece is cut from a list kept per type (a few kilobytes per process) that
+// holds as many elements as the longest transfer.
+template <typename T> QList<T> listOfSize(int n)
+{
+    static const QList<T> *const longest = [] {
+        auto *list = new QList<T>; // never freed: threads may still read it at exit
+        list->reserve(SorvikProtocol::kTransferLimit);
+        for (int i = 0; i < SorvikProtocol::kTransferLimit; ++i)
+            list->append(T());
+        return list;
+    }();
+    if (n < longest->size())
+        return longest->mid(0, n);
+    QList<T> list;
+    list.reserve(n);
+    for (int i = 0; i < n; ++i)
+        list.append(T());
+    return list;
+}
+
 template <typename T> QVariant decodeLittleEndian(const QByteArray &data, int count)
 {
     const int n = boundedCount(count, data, sizeof(T));
     // Elements that lie wholly in the data are read straight from it; only
     // those past its end need the byte-by-byte look with zeros.
     const int whole = qMin(n, data.size() / int(sizeof(T)));
-    QList<T> list;
-    list.reserve(n);
+    QList<T> list = listOfSize<T>(n);
+    auto element = list.begin();
     const char *at = data.constData();
     for (int i = 0; i < whole; ++i, at += sizeof(T))
-        list.append(ElementBytes::fromLittleEndian<T>(at));
+        *element++ = ElementBytes::fromLittleEndian<T>(at);
     for (int i = whole; i < n; ++i)
-        list.append(ElementBytes::littleEndianAt<T>(data, qint64(i) * qint64(sizeof(T))));
+        *element++ = ElementBytes::littleEndianAt<T>(data, qint64(i) * qint64(sizeof(T)));
     return SorvikValues::toVariant(list);
 }
 
@@ -40,10 +63,10 @@ template <typename T> QVariant decodeLittleEndian(const QByteArray &data, int co
 template <typename T> QVariant decodeBigEndian64(const QByteArray &data, int count)
 {
     const int n = boundedCount(count, data, 8);
-    QList<T> list;
-    list.reserve(n);
+    QList<T> list = listOfSize<T>(n);
+    auto element = list.begin();
     for (int i = 0; i < n; ++i)
-        list.append(ElementBytes::bigEndianAt<T>(data, qint64(i) * 8));
+        *element++ = ElementBytes::bigEndianAt<T>(data, qint64(i) * 8);
     return SorvikValues::toVariant(list);
 }
 
@@ -52,10 +75,10 @@ template <typename T> QVariant decodeBigEndian64(const QByteArray &data, int cou
 QVariant LibSorvik::set_variant_bool(QByteArray data, int count)
 {
     const int n = boundedCount(count, data, 1);
-    QList<bool> list;
-    list.reserve(n);
+    QList<bool> list = listOfSize<bool>(n);
+    auto element = list.begin();
     for (int i = 0; i < n; ++i)
-        list.append(byteAt(data, i) != 0);
+        *element++ = byteAt(data, i) != 0;
     return SorvikValues::toVariant(list);
 }
 

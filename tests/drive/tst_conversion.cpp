@@ -125,6 +125,15 @@ private slots:
         const QVariant strings = m_drive.set_variant_string(hex("0161"), std::numeric_limits<int>::max());
         QCOMPARE(strings.value<QList<QString>>().first(), QStringLiteral("a"));
     }
+    // Lists are cut from one kept per type: a decode leaves nothing in it for the next.
+    void aDecodeLeavesNothingBehind()
+    {
+        const int longest = 1467;
+        QCOMPARE(m_drive.set_variant_UInt8(QByteArray(longest, '\x01'), longest).value<QList<uchar>>().count(1),
+                 longest);
+        QCOMPARE(m_drive.set_variant_UInt8(QByteArray(), longest).value<QList<uchar>>().count(0), longest);
+        QCOMPARE(m_drive.set_variant_UInt8(QByteArray(), longest + 1).value<QList<uchar>>().count(0), longest + 1);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestConversion)
