@@ -120,6 +120,13 @@ bool one(const TagConfig &tag, const QJsonValue &given, T *out, QString *why, Wr
         // A scaled tag is written in engineering units, as it is published.
         const double scale = tag.scale.value_or(1.0);
         const double offset = tag.offset.value_or(0.0);
+        // Decimal text would be taken as raw units, not as the engineering
+        // value everything else of the tag is: refused rather than guessed.
+        if ((tag.scale || tag.offset) && v.isString()) {
+            *why = QStringLiteral("a scaled tag takes a number in engineering units, not text");
+            *kind = WriteCommand::Kind::WrongType;
+            return false;
+        }
         if ((tag.scale || tag.offset) && v.isDouble()) {
             if (scale == 0) {
                 *why = QStringLiteral("the tag's scale is 0: no raw value gives it");

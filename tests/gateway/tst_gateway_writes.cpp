@@ -139,6 +139,8 @@ void GatewayWritesTest::refusedWithReason_data()
     // 70000 raw is beyond int16: engineering 7005 = 70000 * 0.1 + 5.
     row("scaled out of range", Kind::OutOfRange, R"({"id":1,"tag":"speed","value":7005})",
         QStringLiteral("\"value\" out of range for int16"));
+    row("text for a scaled tag", Kind::WrongType, R"({"id":1,"tag":"speed","value":"7"})",
+        QStringLiteral("\"value\" a scaled tag takes a number in engineering units, not text for int16"));
 }
 
 void GatewayWritesTest::refusedWithReason()
