@@ -273,7 +273,8 @@ void CmdSorvik::myreadyRead()
             m_rxBuffer.clear();
             break;
         }
-        m_rxBuffer.resize(static_cast<int>(got));
+        if (got != size)
+            m_rxBuffer.resize(static_cast<int>(got));
     }
 }
 

@@ -26,9 +26,10 @@ inline qint32 scaledAddress(int index, int factor)
 inline QByteArray requestHead(quint8 function, int area, qint32 address, qint32 length, int dataSize = 0)
 {
     using namespace SorvikProtocol;
-    QByteArray frame;
-    frame.reserve(kRequestHeadSize + dataSize);
-    frame.resize(kRequestHeadSize);
+    // Allocated once with room for the data; a shorter size keeps that room.
+    QByteArray frame(kRequestHeadSize + qMax(0, dataSize), Qt::Uninitialized);
+    if (dataSize > 0)
+        frame.resize(kRequestHeadSize);
     char *head = frame.data();
     head[0] = static_cast<char>(function);
     head[1] = static_cast<char>(kRequestByte1);
