@@ -5,8 +5,9 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
+#include <QLocale>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -37,6 +38,53 @@ template <typename T> QJsonValue element(const T &v)
     } else {
         return QJsonValue(double(v));
     }
+}
+
+// Qt's own text of one value, for what the short ways below leave out.
+QByteArray qtText(const QJsonValue &value)
+{
+    const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    return array.mid(1, array.size() - 2);
+}
+
+// A string as QJsonDocument writes it: printable ASCII other than the quote
+// and the backslash as it stands, anything else escaped by Qt itself.
+void appendString(QByteArray &out, const QString &text)
+{
+    for (const QChar c : text)
+        if (c.unicode() < 0x20 || c.unicode() > 0x7e || c == QLatin1Char('"') || c == QLatin1Char('\\')) {
+            out += qtText(text);
+            return;
+        }
+    out += '"';
+    out += text.toLatin1();
+    out += '"';
+}
+
+// A value as QJsonDocument writes it: a whole number within 2^53 as an
+// integer, another finite one in its shortest form, the rest by Qt.
+void appendValue(QByteArray &out, const QJsonValue &value)
+{
+    if (value.isDouble()) {
+        const double d = value.toDouble();
+        if (std::isfinite(d) && !(d == 0 && std::signbit(d))) {
+            if (d != std::trunc(d)) {
+                out += QByteArray::number(d, 'g', QLocale::FloatingPointShortest);
+                return;
+            }
+            if (std::fabs(d) <= kExactInteger) {
+                out += QByteArray::number(qint64(d));
+                return;
+            }
+        }
+    } else if (value.isBool()) {
+        out += value.toBool() ? "true" : "false";
+        return;
+    } else if (value.isString()) {
+        appendString(out, value.toString());
+        return;
+    }
+    out += qtText(value);
 }
 
 } // namespace
@@ -123,6 +171,27 @@ QJsonValue DataValues::scaled(const TagConfig &tag, const QJsonValue &raw)
 DataStream::DataStream(const QString &gateway, const QString &controller, const ScanGroupConfig &group, qint64 bootMs)
     : m_gateway(gateway), m_controller(controller), m_group(group), m_boot(bootMs)
 {
+    for (int i = 0; i < m_group.tags.size(); ++i)
+        m_byName.push_back(i);
+    std::stable_sort(m_byName.begin(), m_byName.end(),
+                     [this](int a, int b) { return m_group.tags.at(a).name < m_group.tags.at(b).name; });
+    for (const TagConfig &tag : qAsConst(m_group.tags)) {
+        QByteArray key;
+        appendString(key, tag.name);
+        m_keys.push_back(key + ':');
+        QByteArray unit;
+        if (!tag.unit.isEmpty()) {
+            unit = "\"unit\":";
+            appendString(unit, tag.unit);
+            unit += ',';
+        }
+        m_units.push_back(unit);
+    }
+    appendString(m_controllerText, m_controller);
+    m_gatewayAndGroup = "\"gateway\":";
+    appendString(m_gatewayAndGroup, m_gateway);
+    m_gatewayAndGroup += ",\"group\":";
+    appendString(m_gatewayAndGroup, m_group.name);
 }
 
 bool DataStream::withinDeadband(int index, const QJsonValue &value) const
@@ -137,26 +206,36 @@ QByteArray DataStream::message(const QDateTime &cycleStart, const std::vector<Ta
 {
     // A tag with no reading at all was not read: bad, never a value.
     static const TagReading notRead = TagReading::bad(RecordStatus::NotDone);
-    QJsonObject values;
-    QJsonObject errors;
-    for (int i = 0; i < m_group.tags.size(); ++i) {
+    // Written as text in the form QJsonDocument gives (keys in order, the
+    // same numbers and escapes): a thousand small JSON objects per cycle
+    // and controller cost more than the reading itself.
+    QByteArray values;
+    QByteArray errors;
+    values.reserve(32 * int(m_byName.size()));
+    auto addError = [&](int index, int status, const QString &meaning) {
+        if (!errors.isEmpty())
+            errors += ',';
+        errors += m_keys[size_t(index)];
+        errors += "{\"meaning\":";
+        appendString(errors, meaning);
+        errors += ",\"status\":";
+        errors += QByteArray::number(status);
+        errors += '}';
+    };
+    for (int i : m_byName) {
         const TagConfig &tag = m_group.tags.at(i);
         // Referenced, not copied: this runs for every tag of every cycle.
         const TagReading &reading = size_t(i) < readings.size() ? readings[size_t(i)] : notRead;
         QJsonValue raw;
         if (reading.status == RecordStatus::Ok && !DataValues::raw(tag, reading.value, &raw)) {
-            errors.insert(tag.name, QJsonObject{{QStringLiteral("status"), RecordStatus::Ok},
-                                                {QStringLiteral("meaning"),
-                                                 QStringLiteral("the reply held no value of this type")}});
+            addError(i, RecordStatus::Ok, QStringLiteral("the reply held no value of this type"));
             m_lastSent.remove(i);
             continue;
         }
         if (reading.status != RecordStatus::Ok) {
-            const QString meaning = reading.meaning.isEmpty()
-                                        ? QString::fromLatin1(RecordStatus::meaning(reading.status))
-                                        : reading.meaning;
-            errors.insert(tag.name, QJsonObject{{QStringLiteral("status"), reading.status},
-                                                {QStringLiteral("meaning"), meaning}});
+            addError(i, reading.status,
+                     reading.meaning.isEmpty() ? QString::fromLatin1(RecordStatus::meaning(reading.status))
+                                               : reading.meaning);
             m_lastSent.remove(i);
             continue;
         }
@@ -165,22 +244,36 @@ QByteArray DataStream::message(const QDateTime &cycleStart, const std::vector<Ta
             continue;
         if (value.isDouble())
             m_lastSent.insert(i, value.toDouble());
-        QJsonObject entry{{QStringLiteral("value"), value}};
-        if (!tag.unit.isEmpty())
-            entry.insert(QStringLiteral("unit"), tag.unit);
-        if (DataValues::isScaled(tag))
-            entry.insert(QStringLiteral("raw"), raw);
-        values.insert(tag.name, entry);
+        if (!values.isEmpty())
+            values += ',';
+        values += m_keys[size_t(i)];
+        values += '{';
+        if (DataValues::isScaled(tag)) {
+            values += "\"raw\":";
+            appendValue(values, raw);
+            values += ',';
+        }
+        values += m_units[size_t(i)];
+        values += "\"value\":";
+        appendValue(values, value);
+        values += '}';
     }
-    const QJsonObject message{
-        {QStringLiteral("gateway"), m_gateway},
-        {QStringLiteral("controller"), m_controller},
-        {QStringLiteral("group"), m_group.name},
-        {QStringLiteral("boot"), double(m_boot)},
-        {QStringLiteral("seq"), double(++m_seq)},
-        {QStringLiteral("time"), cycleStart.toUTC().toString(Qt::ISODateWithMs)},
-        {QStringLiteral("values"), values},
-        {QStringLiteral("errors"), errors},
-    };
-    return QJsonDocument(message).toJson(QJsonDocument::Compact);
+    QByteArray message;
+    message.reserve(values.size() + errors.size() + 256);
+    message += "{\"boot\":";
+    appendValue(message, double(m_boot));
+    message += ",\"controller\":";
+    message += m_controllerText;
+    message += ",\"errors\":{";
+    message += errors;
+    message += "},";
+    message += m_gatewayAndGroup;
+    message += ",\"seq\":";
+    appendValue(message, double(++m_seq));
+    message += ",\"time\":";
+    appendString(message, cycleStart.toUTC().toString(Qt::ISODateWithMs));
+    message += ",\"values\":{";
+    message += values;
+    message += "}}";
+    return message;
 }

@@ -45,7 +45,8 @@ bool isScaled(const TagConfig &tag);
 } // namespace DataValues
 
 // One stream: the data messages of one group of one controller, numbered
-// from 1 per boot of the gateway.
+// from 1 per boot of the gateway. Tag names are unique within the group, as
+// the configuration check makes them.
 class DataStream
 {
 public:
@@ -68,4 +69,12 @@ private:
     qint64 m_boot;
     qint64 m_seq = 0;
     QHash<int, double> m_lastSent; // engineering value last published, by tag index
+    // Written once per stream: the tags in the order of their names (the
+    // order JSON objects keep their keys in), each name as a key and each
+    // unit as a member, ready to be copied into every message.
+    std::vector<int> m_byName;
+    std::vector<QByteArray> m_keys;
+    std::vector<QByteArray> m_units;
+    QByteArray m_controllerText;
+    QByteArray m_gatewayAndGroup;
 };
