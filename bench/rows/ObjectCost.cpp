@@ -47,6 +47,14 @@ struct Memory {
     double resident = residentBytes();
 };
 
+// Hands the free pages of the heap back first, so that what earlier rows freed
+// and left resident cannot hide the growth that follows.
+Memory trimmedMemory()
+{
+    malloc_trim(0);
+    return Memory();
+}
+
 // One side's figures: a time per object, and per chunk the bytes each object added.
 struct Side {
     std::vector<double> timeNs;
@@ -57,7 +65,7 @@ struct Side {
     // Builds `count` objects with `build`, timing each, and books what they hold.
     template <typename Build> void chunk(int count, Build build)
     {
-        const Memory before;
+        const Memory before = trimmedMemory();
         QElapsedTimer clock;
         for (int i = 0; i < count; ++i) {
             clock.start();
@@ -98,7 +106,7 @@ QList<Induction::SReadInfo> floatTags()
 void planMemory(BenchContext &ctx)
 {
     CDriveBaseClass *drive = ctx.drives.create();
-    const Memory start;
+    const Memory start = trimmedMemory();
     QList<Induction::SReadInfo> infos = floatTags();
     const Memory listed;
     const int blocks = drive->InductiveDrive_Read(QStringLiteral("1"), infos).size();
@@ -126,10 +134,10 @@ void Rows::objectCost(BenchContext &ctx)
         return ctx.fail(9, what, why);
 
     // The first object of a process compiles the tag patterns that every
-    // later one shares: that is timed apart.
+    // later one shares: the row's first is timed apart.
+    const Memory beforeFirst = trimmedMemory();
     QElapsedTimer first;
     first.start();
-    const Memory beforeFirst;
     CDriveBaseClass *firstDrive = connectedDrive(ctx.drives, controller.connectText(), &why);
     const double firstNs = double(first.nsecsElapsed());
     const Memory afterFirst;
@@ -156,7 +164,8 @@ void Rows::objectCost(BenchContext &ctx)
               QStringLiteral("QObject + QUdpSocket, handshake"), summarize(floor.timeNs));
     time.goals = {Goal::valueAtMost(100e3)};
     time.note =
-        QStringLiteral("%1 objects on one simulator; the first of the process %2, %3 (tag patterns compiled)")
+        QStringLiteral("%1 objects on one simulator; the row's first %2 and %3 heap (a process's first also "
+                       "compiles the tag patterns)")
             .arg(objects)
             .arg(formatFigure(firstNs, Unit::Time), formatFigure(afterFirst.heap - beforeFirst.heap, Unit::Bytes));
     if (drive.failures + floor.failures > 0)
