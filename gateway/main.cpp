@@ -15,6 +15,9 @@
 #include <QTextStream>
 
 #include <cstdio>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace {
 
@@ -157,6 +160,11 @@ int main(int argc, char *argv[])
         err().flush();
         return ExitUsage;
     }
+#ifdef __GLIBC__
+    // The parse tree of a plant's thousands of tags is gone, but the
+    // allocator would keep its pages for the whole run: give them back.
+    malloc_trim(0);
+#endif
 
     // Loaded once here and kept for the whole run; each poller makes its
     // drive from it on its own thread.
