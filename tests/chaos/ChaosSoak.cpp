@@ -118,6 +118,9 @@ bool ChaosSoak::startBroker()
         socket.connectToHost(QHostAddress::LocalHost, quint16(m_brokerPort));
         if (socket.waitForConnected(200)) {
             m_broker.upSinceMs = now();
+            if (m_brokerKilledMs)
+                m_checker.postpone(m_broker.upSinceMs - m_brokerKilledMs + kBrokerFoundMs);
+            m_brokerKilledMs = 0;
             return true;
         }
         QThread::msleep(50);
@@ -130,6 +133,7 @@ void ChaosSoak::killBroker()
     ++m_kills[1];
     log(QStringLiteral("SIGKILL to the broker"));
     kill(m_broker);
+    m_brokerKilledMs = now();
 }
 
 bool ChaosSoak::startSimulator(int k, bool counted)

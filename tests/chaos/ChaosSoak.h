@@ -67,6 +67,7 @@ private:
     Process m_gateway;
     std::vector<Process> m_simulators;
     int m_brokerPort = 0;
+    qint64 m_brokerKilledMs = 0; // 0: not killed, or up again
     bool m_countedPhase = false;
     bool m_hangSaid = false;
     QSet<QString> m_stallSaid;

@@ -236,6 +236,12 @@ bool InvariantChecker::evaluate(const Expectation &e)
     return false;
 }
 
+void InvariantChecker::postpone(qint64 ms)
+{
+    for (Expectation &e : m_expectations)
+        e.byMs += ms;
+}
+
 void InvariantChecker::tick(qint64 nowMs)
 {
     for (int i = 0; i < m_expectations.size();) {

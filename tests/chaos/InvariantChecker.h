@@ -37,6 +37,9 @@ public:
     // since then: a controller back before the gateway noticed stays online.
     void expectLost(int controller, qint64 afterMs, qint64 byMs);
     void expectOnline(int controller, qint64 afterMs, qint64 byMs, const QString &because, qint64 unlessSinceMs = 0);
+    // The broker was away: statuses could not arrive meanwhile, so the
+    // checks not yet due wait as long again.
+    void postpone(qint64 ms);
     void tick(qint64 nowMs);
     // The accounting of every sequence number; after the last run.
     void finish();
