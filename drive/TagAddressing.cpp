@@ -27,6 +27,7 @@ int LibSorvik::getArea(QString tag)
 // Every ASCII digit of the text, in order, is the 1-based element number.
 int LibSorvik::getAddr(QString tag)
 {
+    constexpr int kNoNumber = -1; // no usable number: a frame sends its low 24 bits as they are
     quint64 number = 0;
     for (const QChar c : qAsConst(tag)) {
         const ushort u = c.unicode();
@@ -34,10 +35,10 @@ int LibSorvik::getAddr(QString tag)
             continue;
         number = number * 10 + (u - '0');
         if (number > 0xFFFFFFFFull)
-            return -1; // too large for 32 bits: no number at all
+            return kNoNumber; // too large for 32 bits
     }
     if (number == 0)
-        return -1;
+        return kNoNumber;
     return static_cast<int>(static_cast<quint32>(number - 1));
 }
 
