@@ -232,7 +232,9 @@ ChaosPlan ChaosPlan::make(quint32 seed, int seconds, int count)
     qint64 at = between(2000, 3000);
     for (int n = 0;; ++n) {
         ChaosEvent event;
-        event.kind = n < kinds.size() ? kinds.at(n) : ChaosEvent::Kind(below(4));
+        // A long run's fifth event is a long outage of the broker.
+        const bool longOutage = seconds >= 300 && n == kinds.size();
+        event.kind = n < kinds.size() ? kinds.at(n) : longOutage ? ChaosEvent::KillBroker : ChaosEvent::Kind(below(4));
         event.atMs = at;
         switch (event.kind) {
         case ChaosEvent::KillSimulators:
@@ -248,7 +250,7 @@ ChaosPlan ChaosPlan::make(quint32 seed, int seconds, int count)
         case ChaosEvent::KillBroker:
             // A long run also has outages that outgrow the queue's 1 MiB, so
             // that messages are dropped, oldest first, and counted.
-            event.downMs = seconds >= 300 && n > 3 && below(3) == 0 ? between(30000, 45000) : between(500, 5000);
+            event.downMs = longOutage || (seconds >= 300 && below(4) == 0) ? between(30000, 45000) : between(500, 5000);
             break;
         case ChaosEvent::KillGateway: event.downMs = between(100, 2000); break;
         case ChaosEvent::KillGatewayWithoutBroker: event.downMs = between(2500, 4000); break;
