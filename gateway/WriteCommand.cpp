@@ -7,6 +7,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QSet>
+#include <QVector>
 
 #include <cmath>
 #include <limits>
@@ -155,6 +157,49 @@ bool one(const TagConfig &tag, const QJsonValue &given, T *out, QString *why, Wr
     }
 }
 
+// Qt's JSON parser loses the memory of an array or object whose key comes
+// again in the same object: a stranger's commands must not make the gateway
+// grow, so a key given twice is found before Qt parses the text. Gives the
+// key, or a null string; malformed text is left to Qt's parser.
+QString repeatedKey(const QByteArray &json)
+{
+    QVector<QSet<QString>> keys; // of each open object
+    QByteArray open;             // '{' or '[' of each open container
+    bool atKey = false;
+    for (int i = 0; i < json.size(); ++i) {
+        const char c = json.at(i);
+        if (c == '"') {
+            const int start = i;
+            for (++i; i < json.size() && json.at(i) != '"'; ++i)
+                if (json.at(i) == '\\')
+                    ++i;
+            if (!atKey)
+                continue;
+            atKey = false;
+            // Escapes decoded by Qt itself: "\u0061" and "a" are one key.
+            const QJsonArray key = QJsonDocument::fromJson('[' + json.mid(start, i - start + 1) + ']').array();
+            const QString name =
+                key.isEmpty() ? QString::fromUtf8(json.mid(start, i - start + 1)) : key.at(0).toString();
+            if (keys.last().contains(name))
+                return name;
+            keys.last().insert(name);
+        } else if (c == '{' || c == '[') {
+            open.append(c);
+            if (c == '{')
+                keys.append(QSet<QString>());
+            atKey = c == '{';
+        } else if ((c == '}' || c == ']') && !open.isEmpty()) {
+            if (open.back() == '{')
+                keys.removeLast();
+            open.chop(1);
+            atKey = false;
+        } else if (c == ',') {
+            atKey = !open.isEmpty() && open.back() == '{';
+        }
+    }
+    return QString();
+}
+
 } // namespace
 
 WriteCommand WriteCommand::parse(const QByteArray &payload, const ControllerConfig &controller, bool readOnly)
@@ -162,6 +207,11 @@ WriteCommand WriteCommand::parse(const QByteArray &payload, const ControllerConf
     WriteCommand command;
     if (payload.size() > kMostBytes) {
         command.refuse(Kind::TooLarge, QStringLiteral("command longer than %1 bytes").arg(kMostBytes));
+        return command;
+    }
+    const QString repeated = repeatedKey(payload);
+    if (!repeated.isNull()) {
+        command.refuse(Kind::MalformedJson, QStringLiteral("key \"%1\" given twice").arg(repeated));
         return command;
     }
     QJsonParseError error;

@@ -139,6 +139,9 @@ void GatewayWritesTest::refusedWithReason_data()
     // 70000 raw is beyond int16: engineering 7005 = 70000 * 0.1 + 5.
     row("scaled out of range", Kind::OutOfRange, R"({"id":1,"tag":"speed","value":7005})",
         QStringLiteral("\"value\" out of range for int16"));
+    // Qt's parser would keep the last and lose the memory of the first.
+    row("key twice", Kind::MalformedJson, R"({"id":1,"tag":"trio","value":[1,2,3],"val\u0075e":[4,5,6]})",
+        QStringLiteral("key \"value\" given twice"));
     row("text for a scaled tag", Kind::WrongType, R"({"id":1,"tag":"speed","value":"7"})",
         QStringLiteral("\"value\" a scaled tag takes a number in engineering units, not text for int16"));
 }
