@@ -50,11 +50,12 @@ struct GatewayMetrics::Private {
     Counter &buffered = messages.Add({{"outcome", "buffered"}});
     Counter &replayed = messages.Add({{"outcome", "replayed"}});
     Counter &dropped = messages.Add({{"outcome", "dropped"}});
-    prometheus::Histogram &lateness = prometheus::BuildHistogram()
-                                          .Name("sorvik_gateway_scan_lateness_seconds")
-                                          .Help("How long after its scheduled time each scan cycle started")
-                                          .Register(*registry)
-                                          .Add({}, kLatenessBounds);
+    prometheus::Histogram &lateness =
+        prometheus::BuildHistogram()
+            .Name("sorvik_gateway_scan_lateness_seconds")
+            .Help("How long after its scheduled time each scan of a connected controller started")
+            .Register(*registry)
+            .Add({}, kLatenessBounds);
     prometheus::Gauge &largest = prometheus::BuildGauge()
                                      .Name("sorvik_gateway_scan_lateness_max_seconds")
                                      .Help("The largest lateness of a scan cycle start since the gateway started")

@@ -229,7 +229,9 @@ void PollerWorker::runCycle(Group &group)
 {
     const QDateTime start = QDateTime::currentDateTimeUtc();
     const qint64 due = group.nextDue;
-    if (m_metrics && group.scheduled)
+    // Scans only: a cycle of a link that is down reads nothing, and its start
+    // waits on its own reconnection.
+    if (m_metrics && group.scheduled && m_mode == Mode::Running)
         m_metrics->addLateness(double(m_clock.nsecsElapsed() - due * 1000000) / 1e9);
     group.scheduled = true;
     // One vector of readings in place, not a list of a thousand nodes: this
