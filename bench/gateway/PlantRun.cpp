@@ -10,6 +10,7 @@
 #include <QThread>
 
 #include <map>
+#include <memory>
 #include <set>
 #include <utility>
 
@@ -38,19 +39,33 @@ QStringList PlantFigures::missedGoals() const
 }
 
 PlantFigures runPlant(const PlantSetup &setup, PlantSimulators &sims, BenchBroker &broker, int controllers,
-                      int poolThreads)
+                      int poolThreads, int dead)
 {
     PlantFigures figures;
     figures.controllers = controllers;
     figures.poolThreads = poolThreads;
+    figures.dead = dead;
     QString why;
-    if (!sims.grow(controllers, &why)) {
+    if (!sims.grow(controllers - dead, &why)) {
         figures.failure = why;
         return figures;
     }
     QStringList connections;
-    for (int k = 0; k < controllers; ++k)
+    for (int k = 0; k < controllers - dead; ++k)
         connections << sims.connectText(k);
+    // The dead: silent simulators on addresses of their own, spread over
+    // the list so that a pool puts them on different threads.
+    std::vector<std::unique_ptr<SorvikSimulator>> silent;
+    SimFaults faults;
+    faults.silent = true;
+    for (int k = 0; k < dead; ++k) {
+        silent.push_back(std::make_unique<SorvikSimulator>());
+        const QString host = sims.address(0).section(QLatin1Char('.'), 0, 1) + QStringLiteral(".250.%1").arg(k + 1);
+        const quint16 port = silent.back()->startUdp(QHostAddress(host), 0);
+        silent.back()->setFaults(faults);
+        connections.insert(qMin(connections.size(), (k + 1) * controllers / (dead + 1)),
+                           QStringLiteral("%1:%2").arg(host).arg(port));
+    }
 
     GatewayUnderTest gateway;
     MqttCounter counter(gateway.name());
@@ -61,7 +76,7 @@ PlantFigures runPlant(const PlantSetup &setup, PlantSimulators &sims, BenchBroke
     }
     // Start-up (the configuration of N x 1000 tags is read and planned) and
     // the first cycles are not measured.
-    if (!gateway.waitForCycles(controllers, setup.warmCycles + 1, 60000 + 200 * controllers)) {
+    if (!gateway.waitForCycles(controllers - dead, setup.warmCycles + 1, 60000 + 200 * controllers)) {
         figures.failure = QStringLiteral("the gateway did not reach its cycles");
         return figures;
     }

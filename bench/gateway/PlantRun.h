@@ -10,6 +10,7 @@ class PlantSimulators;
 struct PlantFigures {
     int controllers = 0;
     int poolThreads = 0; // 0: one thread per controller
+    int dead = 0;        // controllers of the N that never answer
     double tagsPerSecond = 0;
     double lateMedianMs = 0;
     double lateP99Ms = 0;
@@ -34,5 +35,6 @@ struct PlantSetup {
     int windowSeconds = 15;
 };
 
+// `dead` of the `controllers` are simulators that answer nothing.
 PlantFigures runPlant(const PlantSetup &setup, PlantSimulators &sims, BenchBroker &broker, int controllers,
-                      int poolThreads);
+                      int poolThreads, int dead = 0);

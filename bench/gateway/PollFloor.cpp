@@ -53,10 +53,15 @@ struct ThreadFigures {
 void pollOne(const DriveLoader &loader, const QString &connection, const ScanGroupConfig &group, Clock::time_point base,
              int warmCycles, int windowCycles, ThreadFigures *figures)
 {
-    QString why;
-    CDriveBaseClass *drive = connectedDrive(loader, connection, &why);
-    if (!drive) {
-        figures->failure = why;
+    // The handshake once more when a datagram of the run before stood in
+    // its place, as the gateway does.
+    CDriveBaseClass *drive = loader.create();
+    int result = drive ? drive->ConnectDrive(connection) : -1;
+    if (result == -2)
+        result = drive->ConnectDrive(connection);
+    if (result != 0) {
+        figures->failure = QStringLiteral("ConnectDrive(%1) answered %2").arg(connection).arg(result);
+        releaseDrive(drive);
         return;
     }
     const GroupPlan plan = GroupPlan::make(drive, QStringLiteral("floor"), group);
