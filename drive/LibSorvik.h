@@ -3,6 +3,7 @@
 #include "../engine/CInductiveDrive.h"
 #include "../host/CDriveBaseClass.h"
 #include "../link/CmdSorvik.h"
+#include "LocalClock.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -117,6 +118,7 @@ public:
     QString m_parity;
 
 private:
+    LocalClock m_clock; // the time of this object's records
     Q_DECL_HIDDEN CLabelVariable ReadForEngine(const QString &connectPar, const QString &tag, DataType type, int count);
     Q_DECL_HIDDEN CLabelVariable WriteForEngine(const QString &connectPar, const QString &tag, DataType type,
                                                 QVariant value, int count);

@@ -4,7 +4,6 @@
 
 #include "../link/SorvikProtocol.h"
 #include "LinkStatus.h"
-#include "LocalClock.h"
 
 #include <utility>
 
@@ -45,7 +44,7 @@ CLabelVariable LibSorvik::ReadVariable(QString tag, DataType type, int count)
         // A refused request keeps the time of the call. A read replaces it
         // with its own, so it is taken only here.
         record.status = refused;
-        record.time = LocalClock::now();
+        record.time = m_clock.now();
     }
     record.tag = std::move(tag);
     record.dataType = type;
@@ -74,7 +73,7 @@ CLabelVariable LibSorvik::Read_data(int area, int index, DataType type, int coun
         record.status = statusOfLinkFailure(result);
         return record;
     }
-    record.time = LocalClock::now();
+    record.time = m_clock.now();
     record.status = RecordStatus::Ok;
 
     // On a bit area the link packs eight wire bytes into one data byte.

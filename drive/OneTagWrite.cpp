@@ -4,7 +4,6 @@
 
 #include "../link/SorvikProtocol.h"
 #include "LinkStatus.h"
-#include "LocalClock.h"
 
 using namespace SorvikProtocol;
 
@@ -141,7 +140,7 @@ CLabelVariable LibSorvik::Write_data(int area, int index, DataType type, CLabelV
     }
 
     if (result == LinkResult::Ok) {
-        label.time = LocalClock::now();
+        label.time = m_clock.now();
         label.status = RecordStatus::Ok;
     } else {
         label.status = statusOfLinkFailure(result);

@@ -11,13 +11,15 @@ class TestLocalClock : public QObject
 
     // The clock's time, taken at the start of a millisecond, falls between
     // the two readings of the system clock around it.
-    static QDateTime checkedInNextMillisecond()
+    LocalClock m_clock;
+
+    QDateTime checkedInNextMillisecond()
     {
         const qint64 start = QDateTime::currentMSecsSinceEpoch();
         qint64 before = start;
         while (before == start)
             before = QDateTime::currentMSecsSinceEpoch();
-        const QDateTime time = LocalClock::now();
+        const QDateTime time = m_clock.now();
         const qint64 after = QDateTime::currentMSecsSinceEpoch();
         const qint64 at = time.toMSecsSinceEpoch();
         if (at < before || at > after)
