@@ -87,7 +87,7 @@ PlantFigures runPlant(const PlantSetup &setup, PlantSimulators &sims, BenchBroke
     const GatewayReading after = gateway.read();
     const double windowEnd = double(QDateTime::currentMSecsSinceEpoch());
     figures.cleanStop = gateway.stop();
-    QThread::msleep(1000); // the last messages and heartbeat on their way
+    QThread::msleep(setup.warmCycles > 0 ? 1000 : 300); // the last messages and heartbeat on their way
 
     const double seconds = (windowEnd - windowStart) / 1000;
     figures.cpuPerSecond = (after.cpuSeconds - before.cpuSeconds) / seconds;

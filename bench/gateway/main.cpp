@@ -153,7 +153,7 @@ int main(int argc, char *argv[])
     setup.gatewayProgram = parser.value(gateway);
     setup.library = parser.value(library);
     setup.windowSeconds = seconds;
-    setup.warmCycles = isQuick ? 1 : 2;
+    setup.warmCycles = isQuick ? 0 : 2;
     DriveLoader loader;
     QString why;
     BenchBroker broker;
