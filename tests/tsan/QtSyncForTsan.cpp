@@ -154,7 +154,8 @@ bool QMetaObject::invokeMethodImpl(QObject *object, QtPrivate::QSlotObjectBase *
            "_ZN11QMetaObject16invokeMethodImplEP7QObjectPN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeEPv");
     __tsan_release(object);
     const bool invoked = own(object, slot, type, ret);
-    __tsan_acquire(object);
+    if (type == Qt::BlockingQueuedConnection)
+        __tsan_acquire(object);
     return invoked;
 }
 
