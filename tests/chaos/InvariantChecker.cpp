@@ -276,6 +276,7 @@ void InvariantChecker::finish()
 
     QHash<int, qint64> unexplained; // by run
     QHash<int, qint64> highest;     // by run: the sum of the streams' highest numbers
+    QHash<int, QStringList> examples;
     for (auto s = m_streams.cbegin(); s != m_streams.cend(); ++s) {
         for (auto b = s->arrivals.cbegin(); b != s->arrivals.cend(); ++b) {
             const int run = runOfBoot(b.key());
@@ -293,9 +294,8 @@ void InvariantChecker::finish()
                 for (auto later = b->upperBound(seq); killed && later != b->cend() && !laterBeforeKill; ++later)
                     laterBeforeKill = later.value().first < killed;
                 if (laterBeforeKill) {
-                    ++unexplained[run];
-                    if (unexplained[run] <= 5)
-                        qCWarning(lcCheck, "%s (boot %lld, seq %lld) missing", qUtf8Printable(s.key()), b.key(), seq);
+                    if (++unexplained[run] <= 3)
+                        examples[run] << QStringLiteral("%1 (boot %2, seq %3)").arg(s.key()).arg(b.key()).arg(seq);
                 } else {
                     ++uncommitted; // on its way when the gateway was killed
                 }
@@ -305,11 +305,16 @@ void InvariantChecker::finish()
     for (int run = 0; run < m_runs.size(); ++run) {
         const Run &r = m_runs.at(run);
         dropped += r.dropped;
+        if (unexplained.value(run) > 0)
+            qCInfo(lcCheck, "run %d of the gateway: %lld messages missing, %lld counted dropped", run + 1,
+                   unexplained.value(run), r.dropped);
         if (unexplained.value(run) > r.dropped)
-            fail(QStringLiteral("run %1 of the gateway: %2 messages neither arrived nor were counted dropped (%3)")
+            fail(QStringLiteral("run %1 of the gateway: %2 messages neither arrived nor were counted dropped (%3), "
+                                "such as %4")
                      .arg(run + 1)
                      .arg(unexplained.value(run))
-                     .arg(r.dropped));
+                     .arg(r.dropped)
+                     .arg(examples.value(run).join(QStringLiteral(", "))));
         if (r.stoppingMs && r.cycles >= 0 && highest.value(run) != r.cycles)
             fail(QStringLiteral("run %1 of the gateway made %2 messages; the streams account for %3")
                      .arg(run + 1)
