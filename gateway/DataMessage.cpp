@@ -114,19 +114,32 @@ bool DataValues::raw(const TagConfig &tag, const QVariant &list, QJsonValue *out
             elements.append(double(qint8(c)));
         typed = true;
     } else {
+        bool single = false;
         typed = SorvikValues::visitElementType(tag.dataType, [&](auto e) {
             using T = typename decltype(e)::type;
             if (list.userType() != qMetaTypeId<QList<T>>())
                 return;
-            for (const T &v : SorvikValues::listFrom<T>(list)) {
-                if constexpr (std::is_same_v<T, char>)
-                    elements.append(double(v));
-                else if constexpr (std::is_same_v<T, uchar>)
-                    elements.append(double(v));
+            auto json = [](const T &v) {
+                if constexpr (std::is_same_v<T, char> || std::is_same_v<T, uchar>)
+                    return QJsonValue(double(v));
                 else
-                    elements.append(element(v));
+                    return element(v);
+            };
+            const QList<T> values = SorvikValues::listFrom<T>(list);
+            // A tag of one element, the usual kind: its value without an
+            // array around it, once per tag every cycle.
+            if (tag.count <= 1) {
+                if (!values.isEmpty()) {
+                    *out = json(values.first());
+                    single = true;
+                }
+                return;
             }
+            for (const T &v : values)
+                elements.append(json(v));
         });
+        if (single)
+            return true;
     }
     // Too few elements, or a list of another type: nothing of it is passed on.
     if (!typed || elements.size() < qMax(1, tag.count))
