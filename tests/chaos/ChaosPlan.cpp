@@ -170,7 +170,6 @@ ChaosPlan ChaosPlan::make(quint32 seed, int seconds, int count)
         ChaosController c;
         c.id = k + 1;
         c.name = QStringLiteral("c%1").arg(c.id);
-        c.address = QStringLiteral("127.77.0.%1").arg(k + 1);
         // Faults the drive and the gateway must see through: lost replies,
         // replies of another identity, and replies late but within the
         // gateway's late window (the drive gives up at about 0.55 s).

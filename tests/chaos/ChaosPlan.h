@@ -30,7 +30,7 @@ struct ChaosGroup {
 struct ChaosController {
     int id = 0; // the simulator's self-describing id
     QString name;
-    QString address;
+    QString address;     // given by the soak: a loopback address nobody else serves on
     QStringList faults;  // the simulator's fault options in the checked phase
     QStringList counted; // those of the counted phase; empty: none there
     QList<ChaosGroup> groups;

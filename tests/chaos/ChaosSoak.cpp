@@ -12,6 +12,7 @@
 #include <QTcpSocket>
 #include <QThread>
 #include <QTimer>
+#include <QUdpSocket>
 
 #include <pwd.h>
 #include <signal.h>
@@ -279,9 +280,37 @@ void ChaosSoak::watch()
         }
 }
 
+// Another soak may run on this machine (the test suite's beside a long
+// form): each takes a block 127.77.N.x in which neither a simulator's port
+// nor the drive's port 500 is bound.
+int ChaosSoak::freeBlock() const
+{
+    const int first = int(getpid() % 250);
+    for (int i = 0; i < 250; ++i) {
+        const int n = (first + i) % 250;
+        bool free = true;
+        for (int k = 1; free && k <= m_plan.controllers.size(); ++k)
+            for (quint16 port : {quint16(kSimulatorPort), quint16(500)}) {
+                QUdpSocket probe;
+                free = free && probe.bind(QHostAddress(QStringLiteral("127.77.%1.%2").arg(n).arg(k)), port,
+                                          QAbstractSocket::DontShareAddress);
+            }
+        if (free)
+            return n;
+    }
+    return -1;
+}
+
 int ChaosSoak::run()
 {
     m_clock.start();
+    const int block = freeBlock();
+    if (block < 0) {
+        qCCritical(lcSoak, "no block of loopback addresses 127.77.N.x is free");
+        return 2;
+    }
+    for (int k = 0; k < m_plan.controllers.size(); ++k)
+        m_plan.controllers[k].address = QStringLiteral("127.77.%1.%2").arg(block).arg(k + 1);
     m_brokerPort = freePort();
     {
         QFile toml(m_dir.filePath(QStringLiteral("chaos.toml")));

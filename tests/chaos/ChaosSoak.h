@@ -40,6 +40,7 @@ private:
         qint64 upSinceMs = 0;
     };
 
+    int freeBlock() const;
     bool startBroker();
     void killBroker();
     bool startSimulator(int k, bool counted);
