@@ -129,6 +129,18 @@ bool ChaosSoak::startBroker()
     return false;
 }
 
+bool ChaosSoak::restartBroker(qint64 downMs)
+{
+    // Statuses count from the launch: the gateway may connect before this
+    // side has seen the port open.
+    const qint64 started = now();
+    if (!startBroker())
+        return false;
+    log(QStringLiteral("broker started again after %1 ms").arg(downMs));
+    expectAllOnline(started, m_plan.onlineBoundMs() + kBrokerFoundMs, QStringLiteral("the broker's restart"));
+    return true;
+}
+
 void ChaosSoak::killBroker()
 {
     ++m_kills[1];
@@ -365,12 +377,15 @@ int ChaosSoak::run()
                 killSimulator(k);
             waitMs(event.downMs);
             for (int k : event.controllers) {
+                // Statuses count from the launch: the gateway may find it
+                // before it has said where it serves.
+                const qint64 restarted = now();
                 if (!startSimulator(k, false))
                     return 2;
                 log(QStringLiteral("%1 started again after %2 ms").arg(m_simulators[size_t(k)].name).arg(event.downMs));
                 if (event.downMs >= m_plan.lostBoundMs())
                     m_checker.expectLost(k, killed, killed + m_plan.lostBoundMs());
-                m_checker.expectOnline(k, now(), now() + m_plan.onlineBoundMs(),
+                m_checker.expectOnline(k, restarted, restarted + m_plan.onlineBoundMs(),
                                        QStringLiteral("its simulator's restart"), killed);
             }
             break;
@@ -378,17 +393,18 @@ int ChaosSoak::run()
         case ChaosEvent::KillBroker:
             killBroker();
             waitMs(event.downMs);
-            if (!startBroker())
+            if (!restartBroker(event.downMs))
                 return 2;
-            log(QStringLiteral("broker started again after %1 ms").arg(event.downMs));
-            expectAllOnline(now(), m_plan.onlineBoundMs() + kBrokerFoundMs, QStringLiteral("the broker's restart"));
             break;
         case ChaosEvent::KillGateway:
             killGateway();
             waitMs(event.downMs);
-            if (!startGateway(false))
-                return 2;
-            expectAllOnline(now(), m_plan.onlineBoundMs(), QStringLiteral("the gateway's restart"));
+            {
+                const qint64 started = now();
+                if (!startGateway(false))
+                    return 2;
+                expectAllOnline(started, m_plan.onlineBoundMs(), QStringLiteral("the gateway's restart"));
+            }
             break;
         case ChaosEvent::KillGatewayWithoutBroker:
             // The data of the outage waits on disk; the gateway dies with it
@@ -400,10 +416,8 @@ int ChaosSoak::run()
             if (!startGateway(false))
                 return 2;
             waitMs(event.downMs - event.downMs / 2);
-            if (!startBroker())
+            if (!restartBroker(event.downMs))
                 return 2;
-            log(QStringLiteral("broker started again after %1 ms").arg(event.downMs));
-            expectAllOnline(now(), m_plan.onlineBoundMs() + kBrokerFoundMs, QStringLiteral("the broker's restart"));
             break;
         }
     }

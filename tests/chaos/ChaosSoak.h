@@ -42,6 +42,7 @@ private:
 
     int freeBlock() const;
     bool startBroker();
+    bool restartBroker(qint64 downMs);
     void killBroker();
     bool startSimulator(int k, bool counted);
     void killSimulator(int k);
