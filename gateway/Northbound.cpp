@@ -75,7 +75,7 @@ public:
     }
 
     // Heartbeats and write replies pass: nobody wants an old one later.
-    void event(const QString &topic, const QByteArray &payload)
+    void passEvent(const QString &topic, const QByteArray &payload)
     {
         if (!m_connected || !m_client->publish(topic, payload, m_config.broker.qos, false))
             qCDebug(lcNorth).noquote() << QStringLiteral("no broker: %1 not sent").arg(topic);
@@ -367,7 +367,7 @@ void Northbound::publishStatus(const QString &topic, const QByteArray &payload)
 
 void Northbound::publishEvent(const QString &topic, const QByteArray &payload)
 {
-    post(&Worker::event, topic, payload);
+    post(&Worker::passEvent, topic, payload);
 }
 
 void Northbound::close(int flushTimeoutMs)
