@@ -53,11 +53,12 @@ struct ThreadFigures {
 void pollOne(const DriveLoader &loader, const QString &connection, const ScanGroupConfig &group, Clock::time_point base,
              int warmCycles, int windowCycles, ThreadFigures *figures)
 {
-    // The handshake once more when a datagram of the run before stood in
-    // its place, as the gateway does.
+    // The handshake again when a datagram of the run before stood in its
+    // place, or its reply was slow among hundreds of drives starting at once;
+    // the gateway retries the same way, only later.
     CDriveBaseClass *drive = loader.create();
     int result = drive ? drive->ConnectDrive(connection) : -1;
-    if (result == -2)
+    for (int attempt = 0; attempt < 5 && result == -2; ++attempt)
         result = drive->ConnectDrive(connection);
     if (result != 0) {
         figures->failure = QStringLiteral("ConnectDrive(%1) answered %2").arg(connection).arg(result);
