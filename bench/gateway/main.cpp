@@ -180,7 +180,15 @@ int main(int argc, char *argv[])
             byThreads << figures;
         if (!figures.failure.isEmpty()) {
             std::fprintf(stderr, "sorvik-gateway-bench: %s\n", qUtf8Printable(figures.failure));
-            return 2;
+            // A plant that cannot even be run is past the knee; with nothing
+            // measured before it there is no table to give.
+            if (lastMet == 0)
+                return 2;
+            knee = QStringLiteral("knee: between %1 controllers (%2 tags/s, every goal met) and %3 (the run failed)")
+                       .arg(lastMet)
+                       .arg(lastMet * 1000)
+                       .arg(n);
+            break;
         }
         QStringList connections;
         for (int k = 0; k < n; ++k)
