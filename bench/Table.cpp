@@ -24,6 +24,8 @@ QString goalText(const Line &line, const Goal &goal)
     return text + QStringLiteral("MISSED by %1 %").arg(QString::number((goalMargin(line, goal) - 1) * 100, 'f', 1));
 }
 
+} // namespace
+
 void printRows(QTextStream &out, const QList<QStringList> &rows)
 {
     QList<int> widths;
@@ -40,8 +42,6 @@ void printRows(QTextStream &out, const QList<QStringList> &rows)
         out << text.trimmed() << '\n';
     }
 }
-
-} // namespace
 
 QString formatFigure(double value, Unit unit)
 {

@@ -79,3 +79,6 @@ private:
 };
 
 QString formatFigure(double value, Unit unit);
+
+// Rows of cells in columns as wide as their widest cell, two spaces apart.
+void printRows(QTextStream &out, const QList<QStringList> &rows);

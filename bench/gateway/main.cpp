@@ -13,6 +13,7 @@
 #include "PlantSimulators.h"
 #include "PollFloor.h"
 #include "Samples.h"
+#include "Table.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -40,23 +41,6 @@ QList<int> parseCounts(const QString &text, bool *ok)
         counts.append(n);
     }
     return counts;
-}
-
-void printAligned(QTextStream &out, const QList<QStringList> &rows)
-{
-    QList<int> widths;
-    for (const QStringList &row : rows)
-        for (int i = 0; i < row.size(); ++i) {
-            if (widths.size() <= i)
-                widths.append(0);
-            widths[i] = qMax(widths[i], int(row.at(i).size()));
-        }
-    for (const QStringList &row : rows) {
-        QString line;
-        for (int i = 0; i < row.size(); ++i)
-            line += i + 1 < row.size() ? row.at(i).leftJustified(widths.at(i) + 2) : row.at(i);
-        out << line.trimmed() << '\n';
-    }
 }
 
 QString ms(double value)
@@ -274,10 +258,10 @@ int main(int argc, char *argv[])
                "goals at 200 controllers, beyond it processor and memory in proportion to N: lateness p99 ≤ 50 ms, "
                "0 overruns, 0 missing, ≤ 0.5 core, ≤ 200 MB resident, receipt p99 ≤ 50 ms\n\n")
         << "gateway, one thread per controller (CORES: processor time per second; LATE MAX since start-up)\n";
-    printAligned(out, plant);
+    printRows(out, plant);
     out << knee << "\n\nfloor: the same drives and blocks, a thread each, no JSON and no MQTT\n";
-    printAligned(out, floors);
+    printRows(out, floors);
     out << "\nthreads carrying the pollers (a dead controller: a silent simulator; its tags count as none)\n";
-    printAligned(out, threads);
+    printRows(out, threads);
     return 0;
 }
