@@ -4,6 +4,7 @@
 
 #include "BenchContext.h"
 #include "Machine.h"
+#include "ProgramOptions.h"
 #include "rows/Rows.h"
 
 #include <QCommandLineParser>
@@ -34,28 +35,6 @@ const RowEntry kRows[] = {
     {9, "the cost of a drive object", Rows::objectCost},
 };
 
-// The drive's own lines (lost replies are logged as warnings) and the
-// simulator's would drown the table; --verbose lets them through.
-void quietMessages(QtMsgType type, const QMessageLogContext &, const QString &text)
-{
-    if (type == QtCriticalMsg || type == QtFatalMsg)
-        std::fprintf(stderr, "%s\n", qUtf8Printable(text));
-}
-
-QList<int> parseRows(const QString &text, bool *ok)
-{
-    QList<int> rows;
-    *ok = true;
-    for (const QString &item : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-        bool number = false;
-        const int row = item.trimmed().toInt(&number);
-        if (!number || row < 1 || row > int(sizeof kRows / sizeof kRows[0]))
-            *ok = false;
-        rows.append(row);
-    }
-    return rows;
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
@@ -76,14 +55,14 @@ int main(int argc, char *argv[])
     parser.process(app);
 
     bool rowsOk = true;
-    QList<int> chosen = parseRows(parser.value(rows), &rowsOk);
+    QList<int> chosen = ProgramOptions::numberList(parser.value(rows), 1, int(sizeof kRows / sizeof kRows[0]), &rowsOk);
     if (!rowsOk) {
         std::fprintf(stderr, "sorvik-bench: --rows takes numbers from 1 to %d, such as 1,3\n",
                      int(sizeof kRows / sizeof kRows[0]));
         return 2;
     }
     if (!parser.isSet(verbose))
-        qInstallMessageHandler(quietMessages);
+        qInstallMessageHandler(ProgramOptions::quietMessages);
 
     BenchContext ctx;
     ctx.quick = parser.isSet(quick);

@@ -12,6 +12,7 @@
 #include "PlantRun.h"
 #include "PlantSimulators.h"
 #include "PollFloor.h"
+#include "ProgramOptions.h"
 #include "Samples.h"
 #include "Table.h"
 
@@ -24,23 +25,12 @@
 
 namespace {
 
-void quietMessages(QtMsgType type, const QMessageLogContext &, const QString &text)
+// Plant sizes: a list of 1 to 2000 controllers, never empty.
+QList<int> plantSizes(const QString &text, bool *ok)
 {
-    if (type == QtCriticalMsg || type == QtFatalMsg)
-        std::fprintf(stderr, "%s\n", qUtf8Printable(text));
-}
-
-QList<int> parseCounts(const QString &text, bool *ok)
-{
-    QList<int> counts;
-    *ok = !text.isEmpty();
-    for (const QString &item : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-        bool number = false;
-        const int n = item.trimmed().toInt(&number);
-        *ok = *ok && number && n >= 1 && n <= 2000;
-        counts.append(n);
-    }
-    return counts;
+    const QList<int> sizes = ProgramOptions::numberList(text, 1, 2000, ok);
+    *ok = *ok && !sizes.isEmpty();
+    return sizes;
 }
 
 QString ms(double value)
@@ -113,15 +103,15 @@ int main(int argc, char *argv[])
 
     const bool isQuick = parser.isSet(quick);
     bool ok = true;
-    const QList<int> sizes = parseCounts(parser.isSet(controllers) ? parser.value(controllers)
-                                         : isQuick                 ? QStringLiteral("3")
-                                                                   : QStringLiteral("200,300,400,500,700"),
-                                         &ok);
+    const QList<int> sizes = plantSizes(parser.isSet(controllers) ? parser.value(controllers)
+                                        : isQuick                 ? QStringLiteral("3")
+                                                                  : QStringLiteral("200,300,400,500,700"),
+                                        &ok);
     bool threadsOk = true;
-    const QList<int> threadSizes = parseCounts(parser.isSet(threadsAt) ? parser.value(threadsAt)
-                                               : isQuick               ? QStringLiteral("3")
-                                                                       : QStringLiteral("50,200"),
-                                               &threadsOk);
+    const QList<int> threadSizes = plantSizes(parser.isSet(threadsAt) ? parser.value(threadsAt)
+                                              : isQuick               ? QStringLiteral("3")
+                                                                      : QStringLiteral("50,200"),
+                                              &threadsOk);
     const int seconds = parser.isSet(window) ? parser.value(window).toInt() : isQuick ? 2 : 12;
     const QStringList prefix = parser.value(hosts).split(QLatin1Char('.'));
     if (!ok || !threadsOk || seconds < 1 || seconds > 600 || prefix.size() != 2 ||
@@ -131,7 +121,7 @@ int main(int argc, char *argv[])
         return 1;
     }
     if (!parser.isSet(verbose))
-        qInstallMessageHandler(quietMessages);
+        qInstallMessageHandler(ProgramOptions::quietMessages);
 
     PlantSetup setup;
     setup.gatewayProgram = parser.value(gateway);
